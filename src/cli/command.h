@@ -1,0 +1,50 @@
+// What the commands of the command line share: global options, error kinds, the index.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "storage/repository.h"
+
+namespace quarry::cli {
+
+// A malformed or missing argument: exit status 2.
+class UsageError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// The index answered, but not what the user named (a symbol name that matches nothing):
+// exit status 1.
+class NotFoundError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// State of one run of the command line: the global options, where output goes, and the
+// action that the chosen command set up while its options were parsed.
+struct Context {
+  std::string db_path = ".quarry/index.db";
+  bool json = false;
+  std::ostream* out = nullptr;
+  bool colour = false;
+  std::function<void()> action;
+
+  // Opens the index read-only (throws DatabaseError when it cannot be used).
+  std::unique_ptr<Repository> open_repository() const;
+};
+
+// Parses a decimal integer given to `option`; with `non_negative`, it must be zero or
+// more. Throws UsageError naming the option and the value otherwise.
+std::int64_t parse_integer(std::string_view option, const std::string& text, bool non_negative);
+
+// Each adds its subcommand to `app`; the subcommand's callback sets `context.action`.
+void add_callers_command(CLI::App& app, Context& context);
+void add_stats_command(CLI::App& app, Context& context);
+
+}  // namespace quarry::cli

@@ -1,0 +1,33 @@
+// Small helpers for building statement texts.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace quarry {
+
+// The most values one statement binds for a list of ids or paths.
+inline constexpr std::size_t MAX_BOUND_VALUES = 900;
+
+// `count` placeholders joined by "," with no spaces: "?,?,?". Empty for 0.
+std::string placeholders(std::size_t count);
+
+// Replaces every "{name}" in `text` by `value`; the rest of the text is unchanged.
+std::string fill_placeholder(std::string_view text, std::string_view name, std::string_view value);
+
+// Calls `visit` with consecutive chunks of at most `size` items of `items`, in order.
+// An empty `items` gives no call.
+template <typename T, typename Visit>
+void for_each_chunk(const std::vector<T>& items, Visit&& visit,
+                    std::size_t size = MAX_BOUND_VALUES) {
+  for (std::size_t start = 0; start < items.size(); start += size) {
+    const std::size_t length = std::min(size, items.size() - start);
+    visit(std::span<const T>(items.data() + start, length));
+  }
+}
+
+}  // namespace quarry

@@ -1,0 +1,92 @@
+#include "test_index.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <sstream>
+
+namespace quarry::testing {
+
+TestIndex::TestIndex() {
+  static std::atomic<int> counter{0};
+  path_ = ::testing::TempDir() + "quarry_test_" + std::to_string(getpid()) + "_" +
+          std::to_string(counter++) + ".db";
+  std::filesystem::remove(path_);
+  writer_.emplace(create_index(path_));
+}
+
+TestIndex::~TestIndex() {
+  writer_.reset();
+  std::filesystem::remove(path_);
+}
+
+Database& TestIndex::writer() {
+  if (!writer_) writer_.emplace(Database::open_writable(path_));
+  if (!in_transaction_) {
+    writer_->execute("BEGIN");
+    in_transaction_ = true;
+  }
+  return *writer_;
+}
+
+std::int64_t TestIndex::insert(const std::string& sql, const Params& params) {
+  return to_int(writer().fetchone(sql + " RETURNING id", params)->at(0));
+}
+
+std::int64_t TestIndex::component(const std::string& name) {
+  return insert("INSERT INTO components (name) VALUES (?)", {name});
+}
+
+std::int64_t TestIndex::file(const std::string& path, const std::string& language,
+                             std::optional<std::int64_t> component) {
+  return insert("INSERT INTO files (path, language, component_id) VALUES (?, ?, ?)",
+                {path, language, component ? Value(*component) : Value()});
+}
+
+std::int64_t TestIndex::symbol(std::int64_t file_id, const std::string& name,
+                               const std::string& kind, std::string fqn, std::int64_t line,
+                               std::optional<std::string> signature, bool is_export) {
+  if (fqn.empty()) fqn = name;
+  return insert(
+      "INSERT INTO symbols (file_id, name, kind, fqn, start_line, signature, is_export) "
+      "VALUES (?, ?, ?, ?, ?, ?, ?)",
+      {file_id, name, kind, fqn, line, signature ? Value(*signature) : Value(),
+       std::int64_t{is_export ? 1 : 0}});
+}
+
+void TestIndex::edge(std::int64_t source, std::int64_t target, const std::string& kind,
+                     std::optional<std::string> resolution, std::optional<std::int64_t> line) {
+  insert("INSERT INTO edges (source_id, target_id, kind, resolution, line) VALUES (?, ?, ?, ?, ?)",
+         {source, target, kind, resolution ? Value(*resolution) : Value(),
+          line ? Value(*line) : Value()});
+}
+
+void TestIndex::pending(const std::string& target_name) {
+  insert("INSERT INTO pending_references (target_name) VALUES (?)", {target_name});
+}
+
+void TestIndex::execute(const std::string& sql) {
+  writer().execute(sql);
+}
+
+void TestIndex::close() {
+  if (writer_ && in_transaction_) writer_->execute("COMMIT");
+  in_transaction_ = false;
+  writer_.reset();
+}
+
+std::unique_ptr<Repository> TestIndex::open() {
+  close();
+  return std::make_unique<Repository>(path_);
+}
+
+std::string file_bytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream bytes;
+  bytes << in.rdbuf();
+  return bytes.str();
+}
+
+}  // namespace quarry::testing

@@ -1,0 +1,56 @@
+// A small index written by a test, in a temporary file removed at the end of the test.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "storage/database.h"
+#include "storage/repository.h"
+
+namespace quarry::testing {
+
+class TestIndex {
+ public:
+  TestIndex();
+  ~TestIndex();
+  TestIndex(const TestIndex&) = delete;
+  TestIndex& operator=(const TestIndex&) = delete;
+
+  const std::string& path() const { return path_; }
+
+  std::int64_t component(const std::string& name);
+  std::int64_t file(const std::string& path, const std::string& language = "python",
+                    std::optional<std::int64_t> component = std::nullopt);
+  // A symbol; its fqn defaults to its name.
+  std::int64_t symbol(std::int64_t file_id, const std::string& name,
+                      const std::string& kind = "function", std::string fqn = "",
+                      std::int64_t line = 1, std::optional<std::string> signature = std::nullopt,
+                      bool is_export = false);
+  void edge(std::int64_t source, std::int64_t target, const std::string& kind = "call",
+            std::optional<std::string> resolution = "exact",
+            std::optional<std::int64_t> line = std::nullopt);
+  void pending(const std::string& target_name);
+  // Runs any statement on the writable connection (to break the schema, say).
+  void execute(const std::string& sql);
+
+  // Commits what was written and opens the index read-only.
+  std::unique_ptr<Repository> open();
+  // Commits what was written and closes the writable connection.
+  void close();
+
+ private:
+  std::int64_t insert(const std::string& sql, const Params& params);
+  Database& writer();
+
+  std::string path_;
+  std::optional<Database> writer_;
+  bool in_transaction_ = false;
+};
+
+// The bytes of a file, to show that reading never changes it.
+std::string file_bytes(const std::string& path);
+
+}  // namespace quarry::testing
