@@ -27,7 +27,9 @@ Result run(std::vector<std::string> args) {
 class CliTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    db = ::testing::TempDir() + "quarry_cli_example.db";
+    // Tests run in parallel processes: each takes a copy of its own.
+    db = ::testing::TempDir() + "quarry_cli_" +
+         ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".db";
     std::filesystem::copy_file(QUARRY_EXAMPLE_DB, db,
                                std::filesystem::copy_options::overwrite_existing);
   }
