@@ -133,6 +133,12 @@ TEST(Indexer, BindsNamesByTheirScopeAndImports) {
         {"m.h", "m.cb", "reference", "local"}},
        {},
        {"register"}},
+      {"instance made by calling a class",
+       {{"m.py",
+         "class K:\n    def run(self): pass\nclass L:\n    def run(self): pass\n"
+         "k = K()\ndef g():\n    x = K()\n    x.run()\n    k.run()\n"}},
+       {{"m.g", "m.K.run", "call", "exact"}},
+       {{"m.g", "m.L.run", "call", "ambiguous"}}},
       {"local variable shadows a function",
        {{"m.py", "def f(): pass\ndef g(f):\n    f()\n"}},
        {},

@@ -26,6 +26,10 @@ struct Binding {
   std::string name;
   // Further definitions of the same name in the same scope (a name defined twice).
   std::vector<int> also;
+  // For a value assigned from a call, `x = Cls()`: the called chain and the scope it is
+  // looked up in, so that x can be known as an instance of Cls.
+  std::vector<std::string> made_by;
+  int made_in = -1;
 };
 
 // One row of `symbols`, local to its file.
@@ -41,6 +45,9 @@ struct Definition {
   std::optional<Binding> import;
   // For a class: the scope of its body, where its members are bound.
   int body_scope = -1;
+  // For a variable assigned from a call, `X = Cls()`: the called chain and its scope.
+  std::vector<std::string> made_by;
+  int made_in = -1;
 };
 
 struct Scope {

@@ -432,8 +432,35 @@ class ModelBuilder {
       collect_exports(field(frame.node, "right"));
     }
     bind_targets(left, frame.scope, frame.owner, line_of(frame.node), end_line_of(frame.node));
+    remember_constructor(frame.scope, left, field(frame.node, "right"));
     push(field(frame.node, "type"), frame.scope, frame.owner, true);
     push(field(frame.node, "right"), frame.scope, frame.owner);
+  }
+
+  // `x = Chain(...)`: remembers the called chain on the binding of x (or on its symbol), so
+  // that x.m() can be bound when Chain turns out to be a class.
+  void remember_constructor(int scope, TSNode left, TSNode right) {
+    if (ts_node_is_null(left) || ts_node_is_null(right) || type_of(left) != "identifier" ||
+        type_of(right) != "call") {
+      return;
+    }
+    auto chain = chain_of(field(right, "function"));
+    if (!chain || chain->front().empty()) return;
+    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
+    auto it = bindings.find(text(left));
+    if (it == bindings.end()) return;
+    Binding& binding = it->second;
+    if (binding.kind == Binding::Kind::value && binding.made_by.empty()) {
+      binding.made_by = *chain;
+      binding.made_in = scope;
+    } else if (binding.kind == Binding::Kind::definition) {
+      Definition& variable = m_.definitions[static_cast<std::size_t>(binding.definition)];
+      if (variable.made_by.empty() &&
+          (variable.kind == symbol_kind::VARIABLE || variable.kind == symbol_kind::CONSTANT)) {
+        variable.made_by = *chain;
+        variable.made_in = scope;
+      }
+    }
   }
 
   void visit_call(const Frame& frame) {

@@ -336,8 +336,27 @@ PythonResolver::Value PythonResolver::resolve_from(const std::string& module,
   return {Value::Kind::external, {}, {}};
 }
 
-PythonResolver::Value PythonResolver::resolve_binding(std::size_t file,
-                                                      const Binding& binding) const {
+// What `Chain(...)` makes, looked up in `scope`: an instance when Chain names a class.
+// Values made this way are not followed further (`x = y(); z = x()`), which keeps the
+// lookup bounded.
+PythonResolver::Value PythonResolver::constructed(std::size_t file, int scope,
+                                                  const std::vector<std::string>& chain) const {
+  const Binding* binding = lookup(file, scope, chain.front());
+  if (binding == nullptr) return {Value::Kind::unknown, {}, {}};
+  Value value = resolve_binding(file, *binding, false);
+  for (std::size_t i = 1; i < chain.size(); ++i)
+    value = attribute(value, chain[i], false);
+  if (value.kind != Value::Kind::symbols) return {Value::Kind::unknown, {}, {}};
+  std::vector<std::int64_t> classes;
+  for (std::int64_t id : value.ids) {
+    if (definition(id).kind == symbol_kind::CLASS) classes.push_back(id);
+  }
+  if (classes.empty()) return {Value::Kind::unknown, {}, {}};
+  return {Value::Kind::instance, std::move(classes), {}};
+}
+
+PythonResolver::Value PythonResolver::resolve_binding(std::size_t file, const Binding& binding,
+                                                      bool infer) const {
   switch (binding.kind) {
     case Binding::Kind::definition: {
       Value value{Value::Kind::symbols, {symbol_id(file, binding.definition)}, {}};
@@ -352,6 +371,9 @@ PythonResolver::Value PythonResolver::resolve_binding(std::size_t file,
     case Binding::Kind::instance:
       return {Value::Kind::instance, {symbol_id(file, binding.definition)}, {}};
     case Binding::Kind::value:
+      if (infer && !binding.made_by.empty()) {
+        return constructed(file, binding.made_in, binding.made_by);
+      }
       break;
   }
   return {Value::Kind::unknown, {}, {}};
@@ -381,7 +403,8 @@ PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& cl
   return {Value::Kind::unknown, {}, {}};
 }
 
-PythonResolver::Value PythonResolver::attribute(const Value& value, const std::string& name) const {
+PythonResolver::Value PythonResolver::attribute(const Value& value, const std::string& name,
+                                                bool infer) const {
   switch (value.kind) {
     case Value::Kind::module:
       return resolve_from(value.module, name);
@@ -393,6 +416,14 @@ PythonResolver::Value PythonResolver::attribute(const Value& value, const std::s
         if (definition(id).kind == symbol_kind::CLASS) classes.push_back(id);
       }
       if (!classes.empty()) return member(classes, name, false);
+      // A variable made by calling a class: an instance of that class.
+      if (infer && value.ids.size() == 1) {
+        const auto [file, index] = where_[static_cast<std::size_t>(value.ids[0] - first_id_)];
+        const Definition& variable = files_[file].definitions[index];
+        if (!variable.made_by.empty()) {
+          return attribute(constructed(file, variable.made_in, variable.made_by), name, false);
+        }
+      }
       return {Value::Kind::unknown, {}, {}};
     }
     case Value::Kind::unknown:

@@ -55,12 +55,13 @@ class PythonResolver {
  private:
   struct Value;
   Value resolve_chain(std::size_t file, const Use& use, std::string_view& resolution) const;
-  Value resolve_binding(std::size_t file, const Binding& binding) const;
+  Value resolve_binding(std::size_t file, const Binding& binding, bool infer = true) const;
+  Value constructed(std::size_t file, int scope, const std::vector<std::string>& chain) const;
   Value resolve_from(const std::string& module, const std::string& name) const;
   Value module_value(const std::string& module) const;
   Value member(const std::vector<std::int64_t>& classes, const std::string& name,
                bool skip_own) const;
-  Value attribute(const Value& value, const std::string& name) const;
+  Value attribute(const Value& value, const std::string& name, bool infer = true) const;
   const Binding* lookup(std::size_t file, int scope, const std::string& name) const;
   const Definition& definition(std::int64_t id) const;
 
