@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <nlohmann/json.hpp>
 
 #include <fstream>
@@ -27,7 +28,7 @@ Result run(std::vector<std::string> args) {
 class CliTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    db = ::testing::TempDir() + "quarry_cli_example.db";
+    db = ::testing::TempDir() + "quarry_cli_example_" + std::to_string(getpid()) + ".db";
     std::filesystem::copy_file(QUARRY_EXAMPLE_DB, db,
                                std::filesystem::copy_options::overwrite_existing);
   }
