@@ -47,5 +47,6 @@ std::int64_t parse_integer(std::string_view option, const std::string& text, boo
 void add_callers_command(CLI::App& app, Context& context);
 void add_impact_command(CLI::App& app, Context& context);
 void add_stats_command(CLI::App& app, Context& context);
+void add_dead_code_command(CLI::App& app, Context& context);
 
 }  // namespace quarry::cli
