@@ -59,8 +59,10 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   app.require_subcommand(1);
   app.fallthrough();
   add_callers_command(app, context);
+  add_impact_command(app, context);
   add_stats_command(app, context);
   add_index_command(app, context);
+  add_dead_code_command(app, context);
 
   try {
     std::vector<std::string> reversed(args.rbegin(), args.rend());

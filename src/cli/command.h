@@ -46,7 +46,9 @@ std::int64_t parse_integer(std::string_view option, const std::string& text, boo
 
 // Each adds its subcommand to `app`; the subcommand's callback sets `context.action`.
 void add_callers_command(CLI::App& app, Context& context);
+void add_impact_command(CLI::App& app, Context& context);
 void add_stats_command(CLI::App& app, Context& context);
 void add_index_command(CLI::App& app, Context& context);
+void add_dead_code_command(CLI::App& app, Context& context);
 
 }  // namespace quarry::cli

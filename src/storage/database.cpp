@@ -276,10 +276,10 @@ const std::string_view INDEX_LOOKUPS_SQL = R"sql(
 CREATE INDEX idx_files_path ON files(path);
 CREATE INDEX idx_files_component ON files(component_id);
 CREATE INDEX idx_components_name ON components(name);
-CREATE INDEX idx_symbols_fqn ON symbols(fqn);
+CREATE INDEX idx_symbols_fqn ON symbols(fqn, file_id, kind);
 CREATE INDEX idx_symbols_name ON symbols(name);
 CREATE INDEX idx_symbols_file ON symbols(file_id, kind);
-CREATE INDEX idx_edges_target ON edges(target_id, kind, resolution);
+CREATE INDEX idx_edges_target ON edges(target_id, kind, resolution, source_id);
 CREATE INDEX idx_edges_source ON edges(source_id, kind);
 CREATE INDEX idx_pending_name ON pending_references(target_name);
 )sql";

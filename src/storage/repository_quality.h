@@ -113,8 +113,16 @@ class QualityQueries {
   ImpactAnalysis analyze_impact(const std::string& fqn, std::int64_t depth = 3,
                                 bool include_tests = false);
 
-  // One page of dead code: certain candidates before likely ones, each by path and line,
-  // with the number of all candidates and whether more follow the page.
+  // One page of dead code: the definitions of production source files that nothing in
+  // production code uses, other than through a guess between same-named definitions, and
+  // that are no entry point, export, module-level state or symbol whose uses the index
+  // cannot see. Certain candidates come before likely ones, each by path and line; the
+  // page skips `offset` candidates in that order and holds at most `limit`. `total_count`
+  // counts every candidate (of the component, when one is named; an unknown name has
+  // none) and `truncated` tells whether at least one follows the page. Methods named like
+  // one of `runtime_members` are never listed; their order and repeats do not matter.
+  // Runs two statements (the count, then the page). Requires `limit` and `offset` of zero
+  // or more (a negative value gives an unspecified page, never undefined behaviour).
   DeadCodePage get_dead_code(const DeadCodeOptions& options = {});
 
   // The dependency cycles of production code between components (`level` "component")
@@ -175,6 +183,11 @@ extern const std::string DEAD_CODE_DATA;
 extern const std::array<std::string, 6> UNSEEN_USES;
 // Conditions under which a candidate is only likely dead, each with its reason.
 extern const std::array<std::pair<std::string, std::string>, 3> LIKELY_REASONS;
+
+// One row of the dead-code page (fqn, name, kind, path, start_line, tested, r0, r1, r2) as
+// a record: the reasons are those of LIKELY_REASONS whose flag is set, in that order, and
+// the confidence is likely exactly when one is.
+UnusedSymbol unused_symbol(const Row& row);
 
 }  // namespace detail
 

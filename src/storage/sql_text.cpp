@@ -25,4 +25,23 @@ std::string fill_placeholder(std::string_view text, std::string_view name, std::
   return out;
 }
 
+void append_json_string(std::string& out, std::string_view text) {
+  static constexpr char HEX[] = "0123456789abcdef";
+  out += '"';
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (byte < 0x20) {
+      out += "\\u00";
+      out += HEX[byte >> 4];
+      out += HEX[byte & 0x0f];
+    } else {
+      out += c;
+    }
+  }
+  out += '"';
+}
+
 }  // namespace quarry

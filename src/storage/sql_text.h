@@ -19,6 +19,26 @@ std::string placeholders(std::size_t count);
 // Replaces every "{name}" in `text` by `value`; the rest of the text is unchanged.
 std::string fill_placeholder(std::string_view text, std::string_view name, std::string_view value);
 
+// Appends `text` to `out` as a JSON string: between double quotes, with quotes and
+// backslashes escaped and control characters (below 0x20) written as \u00XX. Every other
+// byte, UTF-8 included, is written unchanged.
+void append_json_string(std::string& out, std::string_view text);
+
+// `values` (strings) as one JSON array text, ["a","b"], in their order, for binding
+// to a json_each(?) placeholder so that the statement text does not depend on the count.
+template <typename Strings>
+std::string json_string_array(const Strings& values) {
+  std::string out = "[";
+  bool first = true;
+  for (std::string_view value : values) {
+    if (!first) out += ',';
+    first = false;
+    append_json_string(out, value);
+  }
+  out += ']';
+  return out;
+}
+
 // Calls `visit` with consecutive chunks of at most `size` items of `items`, in order.
 // An empty `items` gives no call.
 template <typename T, typename Visit>

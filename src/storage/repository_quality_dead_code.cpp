@@ -1,0 +1,129 @@
+// Dead code: the candidate clause and the paged listing with confidence and reasons.
+#include <algorithm>
+#include <limits>
+
+#include "storage/repository_quality.h"
+#include "utils/language_filter.h"
+#include "utils/path_filter.h"
+
+namespace quarry {
+
+namespace detail {
+
+UnusedSymbol unused_symbol(const Row& row) {
+  constexpr std::size_t FIRST_FLAG = 6;
+  std::vector<std::string> reasons;
+  for (std::size_t n = 0; n < LIKELY_REASONS.size(); ++n) {
+    if (to_int(row.at(FIRST_FLAG + n)) != 0) reasons.push_back(LIKELY_REASONS[n].second);
+  }
+  const DeadConfidence confidence =
+      reasons.empty() ? DeadConfidence::certain : DeadConfidence::likely;
+  return UnusedSymbol{
+      {to_text(row.at(0)), to_text(row.at(1)), to_text(row.at(2)), to_text(row.at(3)),
+       to_int(row.at(4))},
+      confidence,
+      std::move(reasons),
+      to_int(row.at(5)) != 0,
+  };
+}
+
+}  // namespace detail
+
+std::pair<std::string, Params> QualityQueries::dead_code_candidates(
+    const std::string& production, const std::optional<std::string>& component) {
+  // The candidate's own file must be production code; its predicate binds nothing.
+  const std::string subject = sql_test_path_filter("f", true, "id").first;
+  const std::string production_use = fill_placeholder(
+      fill_placeholder(detail::PRODUCTION_USE, "target", "s.id"), "production", production);
+
+  std::vector<std::string> conditions{
+      "f.language IN (" + placeholders(SOURCE_LANGUAGES.size()) + ")",
+      subject,
+      "s.kind NOT IN (" + placeholders(detail::NOT_DEAD_CODE_KINDS.size()) + ")",
+      "s.is_export = 0",
+      // Two literal underscores, any text, two literal underscores: a dunder name.
+      R"(s.name NOT LIKE '\_\_%\_\_' ESCAPE '\')",
+      "s.name NOT IN (" + placeholders(DEAD_CODE_ENTRY_NAMES.size()) + ")",
+      // A decorated definition is reached through its decorator.
+      "COALESCE(s.signature, '') NOT LIKE '@%'",
+      // No production use that is bound on evidence.
+      "NOT EXISTS (" + production_use + " AND NOT " + detail::GUESSED_SQL + ")",
+  };
+  for (const std::string& unseen : detail::UNSEEN_USES)
+    conditions.push_back("NOT " + fill_placeholder(unseen, "production", production));
+  const bool by_component = component && !component->empty();
+  if (by_component)
+    conditions.emplace_back("f.component_id = (SELECT id FROM components WHERE name = ?)");
+
+  std::string candidates = "FROM symbols s JOIN files f ON s.file_id = f.id WHERE ";
+  for (std::size_t i = 0; i < conditions.size(); ++i) {
+    if (i > 0) candidates += " AND ";
+    candidates += conditions[i];
+  }
+
+  Params params;
+  for (std::string_view language : SOURCE_LANGUAGES)
+    params.emplace_back(std::string(language));
+  for (std::string_view kind : detail::NOT_DEAD_CODE_KINDS)
+    params.emplace_back(std::string(kind));
+  for (std::string_view name : DEAD_CODE_ENTRY_NAMES)
+    params.emplace_back(std::string(name));
+  if (by_component) params.emplace_back(*component);
+  return {std::move(candidates), std::move(params)};
+}
+
+DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
+  const std::string production = sql_test_path_filter("uf", true, "id").first;
+  const std::string test_use = sql_test_path_filter("uf", false, "id").first;
+  const auto [candidates, clause_params] = dead_code_candidates(production, options.component);
+
+  // Sorted, so that the same names in any order bind the same text.
+  std::vector<std::string> members = options.runtime_members;
+  std::sort(members.begin(), members.end());
+  Params params{json_string_array(members), json_string_array(DISPATCH_PREFIXES)};
+  params.insert(params.end(), clause_params.begin(), clause_params.end());
+
+  DeadCodePage page;
+  const auto count =
+      db().fetchone(detail::DEAD_CODE_DATA + "SELECT COUNT(*) " + candidates, params);
+  page.total_count = count ? to_int(count->at(0)) : 0;
+
+  std::string flags;
+  std::string likely;
+  for (std::size_t n = 0; n < detail::LIKELY_REASONS.size(); ++n) {
+    const std::string column = "r" + std::to_string(n);
+    if (n > 0) {
+      flags += ", ";
+      likely += " OR ";
+    }
+    flags += fill_placeholder(detail::LIKELY_REASONS[n].first, "production", production) + " AS " +
+             column;
+    likely += column;
+  }
+  const std::string tested = fill_placeholder(
+      fill_placeholder(detail::PRODUCTION_USE, "target", "s.id"), "production", test_use);
+
+  const std::string sql = detail::DEAD_CODE_DATA +
+                          "SELECT * FROM (SELECT s.fqn, s.name, s.kind, f.path, s.start_line, "
+                          "EXISTS (" +
+                          tested + ") AS tested, " + flags + " " + candidates + ") ORDER BY (" +
+                          likely + "), path, start_line LIMIT ? OFFSET ?";
+  // One row more than the page decides whether more follow; the largest limit has no room
+  // for it, and no index holds that many rows anyway.
+  const std::int64_t limit = std::max<std::int64_t>(options.limit, 0);
+  const std::int64_t fetch =
+      options.limit == std::numeric_limits<std::int64_t>::max() ? options.limit : options.limit + 1;
+  params.emplace_back(fetch);
+  params.emplace_back(options.offset);
+  const std::vector<Row> rows = db().fetchall(sql, params);
+
+  const std::size_t shown = static_cast<std::size_t>(
+      std::min<std::int64_t>(limit, static_cast<std::int64_t>(rows.size())));
+  page.symbols.reserve(shown);
+  for (std::size_t i = 0; i < shown; ++i)
+    page.symbols.push_back(detail::unused_symbol(rows[i]));
+  page.truncated = static_cast<std::int64_t>(rows.size()) > limit;
+  return page;
+}
+
+}  // namespace quarry
