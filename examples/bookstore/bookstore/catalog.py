@@ -31,4 +31,4 @@ class Catalog:
         self.items.append(item)
 
     def total(self):
-        return sum(pricing.price_with_tax(item) for item in self.items)
+        return sum(pricing.discounted(item, 0) for item in self.items)

@@ -8,7 +8,7 @@ CATALOG = Catalog()
 
 @route("/books")
 def list_books():
-    return [item.describe() for item in CATALOG.items]
+    return [(item.describe(), item.price()) for item in CATALOG.items]
 
 
 class Commands:
