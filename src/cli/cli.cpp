@@ -59,6 +59,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   app.fallthrough();
   add_callers_command(app, context);
   add_stats_command(app, context);
+  add_cycles_command(app, context);
 
   try {
     std::vector<std::string> reversed(args.rbegin(), args.rend());

@@ -46,5 +46,6 @@ std::int64_t parse_integer(std::string_view option, const std::string& text, boo
 // Each adds its subcommand to `app`; the subcommand's callback sets `context.action`.
 void add_callers_command(CLI::App& app, Context& context);
 void add_stats_command(CLI::App& app, Context& context);
+void add_cycles_command(CLI::App& app, Context& context);
 
 }  // namespace quarry::cli
