@@ -204,12 +204,15 @@ TEST(CircularDependencies, FileLevelCountsProvenCodeEdgesBetweenProductionFiles)
     const auto y = index.symbol(index.file(c.via), "y");
     index.edge(x, y, "call", "exact");
     index.edge(y, x, c.back_kind, c.back_resolution);
-    const auto found = index.open()->find_circular_dependencies("file");
+    auto repo = index.open();
+    const auto found = repo->find_circular_dependencies("file");
     if (c.cycle) {
       EXPECT_EQ(found, std::vector{entry({"x.py", c.via}, {"x.py", c.via, "x.py"})}) << c.name;
     } else {
       EXPECT_TRUE(found.empty()) << c.name;
     }
+    // A test file is no node, whichever end of an edge it is.
+    EXPECT_FALSE(repo->dependency_graph("file").find("tests/t.py")) << c.name;
   }
 }
 
