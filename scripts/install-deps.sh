@@ -3,7 +3,7 @@
 set -euo pipefail
 
 PACKAGES=(g++ cmake ninja-build pkg-config libsqlite3-dev libgtest-dev libbenchmark-dev
-  libcli11-dev nlohmann-json3-dev libfmt-dev)
+  libcli11-dev nlohmann-json3-dev libfmt-dev graphviz)
 
 missing=()
 for package in "${PACKAGES[@]}"; do
