@@ -63,6 +63,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   add_stats_command(app, context);
   add_index_command(app, context);
   add_dead_code_command(app, context);
+  add_cycles_command(app, context);
 
   try {
     std::vector<std::string> reversed(args.rbegin(), args.rend());

@@ -50,5 +50,6 @@ void add_impact_command(CLI::App& app, Context& context);
 void add_stats_command(CLI::App& app, Context& context);
 void add_index_command(CLI::App& app, Context& context);
 void add_dead_code_command(CLI::App& app, Context& context);
+void add_cycles_command(CLI::App& app, Context& context);
 
 }  // namespace quarry::cli

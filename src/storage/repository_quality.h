@@ -16,6 +16,7 @@
 
 #include "models/symbol.h"
 #include "storage/database.h"
+#include "storage/repository_quality_cycles.h"
 #include "storage/repository_types.h"
 #include "storage/sql_text.h"
 
@@ -129,6 +130,13 @@ class QualityQueries {
   // or between files (any other level): one entry per strongly connected component of two
   // or more members, largest first, then by first member.
   std::vector<CycleComponent> find_circular_dependencies(std::string_view level = "component");
+
+  // The dependency graph that find_circular_dependencies condenses: between components
+  // (`level` "component", from get_component_dependencies(true)) or between production
+  // files over code edges that are no guess (any other level). Every node of a
+  // dependency is a key, keys in order of first occurrence, a dependent before what it
+  // depends on.
+  DependencyGraph dependency_graph(std::string_view level = "component");
 
   // Host operations the queries rely on; the repository supplies them.
   virtual Database& db() = 0;
