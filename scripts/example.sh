@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds quarry and asks it about the bundled example index.
+# Installs what is missing, builds quarry, indexes the bundled example project and prints
+# the four reports about it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -7,6 +8,16 @@ bash scripts/install-deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build
 
-echo
-echo "\$ quarry --db build/example.db callers shop.cart.Cart.total"
-build/quarry --db build/example.db callers shop.cart.Cart.total
+quarry=build/quarry
+db=examples/bookstore/.quarry/index.db
+show() {
+  echo
+  echo "\$ quarry $*"
+  "$quarry" "$@"
+}
+show index examples/bookstore
+show --db "$db" dead-code
+show --db "$db" cycles
+show --db "$db" cycles --level file
+show --db "$db" callers bookstore.pricing.price_with_tax
+show --db "$db" impact bookstore.pricing.price_with_tax

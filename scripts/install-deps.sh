@@ -2,8 +2,8 @@
 # Installs the Debian packages that quarry needs and that are not installed yet.
 set -euo pipefail
 
-PACKAGES=(g++ cmake ninja-build pkg-config libsqlite3-dev libgtest-dev libbenchmark-dev
-  libcli11-dev nlohmann-json3-dev libfmt-dev graphviz)
+PACKAGES=(g++ cmake ninja-build pkg-config git libsqlite3-dev libgtest-dev libbenchmark-dev
+  libcli11-dev nlohmann-json3-dev libfmt-dev libtree-sitter-dev graphviz)
 
 missing=()
 for package in "${PACKAGES[@]}"; do
@@ -11,14 +11,25 @@ for package in "${PACKAGES[@]}"; do
     missing+=("$package")
   fi
 done
-if [ ${#missing[@]} -eq 0 ]; then
-  exit 0
+# npm fetches the pinned grammars; a machine may already have it from elsewhere.
+if ! command -v npm >/dev/null 2>&1; then
+  missing+=(npm)
 fi
 
-sudo=""
-if [ "$(id -u)" -ne 0 ]; then
-  sudo="sudo"
+if [ ${#missing[@]} -gt 0 ]; then
+  sudo=""
+  if [ "$(id -u)" -ne 0 ]; then
+    sudo="sudo"
+  fi
+  echo "Installing: ${missing[*]}" >&2
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
 fi
-echo "Installing: ${missing[*]}" >&2
-$sudo apt-get update -qq
-DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
+
+# The tree-sitter grammars, as pinned by grammars/package-lock.json. Only their generated C
+# sources are used: no install scripts run.
+cd "$(dirname "$0")/.."
+if [ ! -f grammars/node_modules/.package-lock.json ] ||
+  [ grammars/package-lock.json -nt grammars/node_modules/.package-lock.json ]; then
+  npm ci --ignore-scripts --no-audit --no-fund --silent --prefix grammars
+fi

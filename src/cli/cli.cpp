@@ -53,13 +53,15 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
       "dependency cycles, callers and impact.",
       "quarry");
   app.set_version_flag("--version", QUARRY_VERSION);
-  app.add_option("--db", context.db_path, "The index database (SQLite)")->capture_default_str();
+  CLI::Option* db_option =
+      app.add_option("--db", context.db_path, "The index database (SQLite)")->capture_default_str();
   app.add_flag("--json", context.json, "Print one JSON document instead of text");
   app.require_subcommand(1);
   app.fallthrough();
   add_callers_command(app, context);
   add_impact_command(app, context);
   add_stats_command(app, context);
+  add_index_command(app, context);
   add_dead_code_command(app, context);
   add_cycles_command(app, context);
 
@@ -67,6 +69,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     std::vector<std::string> reversed(args.rbegin(), args.rend());
     if (!reversed.empty()) reversed.pop_back();  // the program name
     app.parse(reversed);
+    context.db_given = db_option->count() > 0;
     if (context.action) context.action();
     return 0;
   } catch (const CLI::ParseError& error) {

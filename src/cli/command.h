@@ -30,6 +30,7 @@ class NotFoundError : public std::runtime_error {
 // action that the chosen command set up while its options were parsed.
 struct Context {
   std::string db_path = ".quarry/index.db";
+  bool db_given = false;  // whether --db was on the command line
   bool json = false;
   std::ostream* out = nullptr;
   bool colour = false;
@@ -47,6 +48,7 @@ std::int64_t parse_integer(std::string_view option, const std::string& text, boo
 void add_callers_command(CLI::App& app, Context& context);
 void add_impact_command(CLI::App& app, Context& context);
 void add_stats_command(CLI::App& app, Context& context);
+void add_index_command(CLI::App& app, Context& context);
 void add_dead_code_command(CLI::App& app, Context& context);
 void add_cycles_command(CLI::App& app, Context& context);
 

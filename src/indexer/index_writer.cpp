@@ -1,0 +1,94 @@
+#include "indexer/index_writer.h"
+
+#include <filesystem>
+#include <map>
+
+#include "indexer/python_parser.h"
+#include "storage/database.h"
+
+namespace quarry::indexer {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+Value optional_text(const std::optional<std::string>& text) {
+  return text ? Value(*text) : Value();
+}
+
+void fill(Database& db, const std::vector<ListedFile>& files, const std::vector<FileModel>& models,
+          const PythonResolver& resolver, const std::vector<FileLinks>& links,
+          WriteCounts& counts) {
+  // Components: one per directory holding Python files, numbered in name order.
+  std::map<std::string, std::int64_t> components;
+  for (const ListedFile& file : files) {
+    if (file.model >= 0) components.emplace(component_of(file.path), 0);
+  }
+  std::int64_t next_component = 1;
+  for (auto& [name, id] : components) {
+    id = next_component++;
+    db.fetchall("INSERT INTO components (id, name) VALUES (?, ?)", {id, name});
+  }
+
+  std::int64_t file_id = 0;
+  for (const ListedFile& file : files) {
+    ++file_id;
+    Params row{file_id, file.path, file.language, Value()};
+    if (file.model >= 0) row[3] = components.at(component_of(file.path));
+    db.fetchall("INSERT INTO files (id, path, language, component_id) VALUES (?, ?, ?, ?)", row);
+    if (file.model < 0) continue;
+    const auto m = static_cast<std::size_t>(file.model);
+    const auto& definitions = models[m].definitions;
+    for (std::size_t d = 0; d < definitions.size(); ++d) {
+      const Definition& def = definitions[d];
+      db.fetchall(
+          "INSERT INTO symbols (id, file_id, name, kind, fqn, start_line, end_line, signature, "
+          "is_export) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)",
+          {resolver.symbol_id(m, static_cast<int>(d)), file_id, def.name, def.kind, def.fqn,
+           def.start_line, def.end_line, optional_text(def.signature),
+           std::int64_t{def.is_export ? 1 : 0}});
+      ++counts.symbols;
+    }
+  }
+  for (const FileLinks& file_links : links) {
+    for (const ResolvedEdge& edge : file_links.edges) {
+      db.fetchall(
+          "INSERT INTO edges (source_id, target_id, kind, resolution, line) VALUES (?, ?, ?, ?, ?)",
+          {edge.source, edge.target, std::string(edge.kind), std::string(edge.resolution),
+           edge.line});
+      ++counts.edges;
+    }
+    for (const PendingReference& pending : file_links.pending) {
+      db.fetchall("INSERT INTO pending_references (source_id, target_name, line) VALUES (?, ?, ?)",
+                  {pending.source, pending.name, pending.line});
+      ++counts.pending_references;
+    }
+  }
+}
+
+}  // namespace
+
+WriteCounts write_index(const std::string& path, const std::vector<ListedFile>& files,
+                        const std::vector<FileModel>& models, const PythonResolver& resolver,
+                        const std::vector<FileLinks>& links) {
+  const fs::path target(path);
+  if (target.has_parent_path()) fs::create_directories(target.parent_path());
+  const std::string temporary = path + ".tmp";
+  fs::remove(temporary);
+  WriteCounts counts;
+  try {
+    Database db = create_index(temporary, false);
+    // The temporary file is renamed into place only when complete; it needs no journal.
+    db.execute("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; BEGIN");
+    fill(db, files, models, resolver, links, counts);
+    db.execute(INDEX_LOOKUPS_SQL);
+    db.execute("COMMIT; ANALYZE;");
+  } catch (...) {
+    fs::remove(temporary);
+    throw;
+  }
+  fs::rename(temporary, target);
+  return counts;
+}
+
+}  // namespace quarry::indexer

@@ -1,0 +1,30 @@
+// Writes a complete index database from the parsed and resolved repository.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "indexer/python_model.h"
+#include "indexer/python_resolver.h"
+
+namespace quarry::indexer {
+
+struct ListedFile {
+  std::string path;
+  std::string language;
+  int model = -1;  // index into the parsed Python files, or -1
+};
+
+struct WriteCounts {
+  std::size_t symbols = 0;
+  std::size_t edges = 0;
+  std::size_t pending_references = 0;
+};
+
+// Writes the index to `path` atomically: into `path` + ".tmp", renamed over `path` when
+// complete. `links[i]` belongs to `models[i]`; symbol ids are the resolver's.
+WriteCounts write_index(const std::string& path, const std::vector<ListedFile>& files,
+                        const std::vector<FileModel>& models, const PythonResolver& resolver,
+                        const std::vector<FileLinks>& links);
+
+}  // namespace quarry::indexer

@@ -1,0 +1,682 @@
+#include "indexer/python_parser.h"
+
+#include <tree_sitter/api.h>
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+
+#include "indexer/text.h"
+#include "models/symbol.h"
+
+extern "C" const TSLanguage* tree_sitter_python();
+
+namespace quarry::indexer {
+
+namespace {
+
+// Names made of capitals, digits and underscores, with at least one capital, are constants.
+bool is_constant_name(std::string_view name) {
+  bool letter = false;
+  for (char c : name) {
+    if (c >= 'A' && c <= 'Z') {
+      letter = true;
+    } else if (!(c == '_' || (c >= '0' && c <= '9'))) {
+      return false;
+    }
+  }
+  return letter;
+}
+
+std::string_view type_of(TSNode node) {
+  return ts_node_type(node);
+}
+
+TSNode field(TSNode node, const char* name) {
+  return ts_node_child_by_field_name(node, name, static_cast<std::uint32_t>(std::strlen(name)));
+}
+
+std::int64_t line_of(TSNode node) {
+  return ts_node_start_point(node).row + 1;
+}
+std::int64_t end_line_of(TSNode node) {
+  return ts_node_end_point(node).row + 1;
+}
+
+std::vector<TSNode> named_children(TSNode node) {
+  std::vector<TSNode> out;
+  const std::uint32_t count = ts_node_named_child_count(node);
+  out.reserve(count);
+  for (std::uint32_t i = 0; i < count; ++i)
+    out.push_back(ts_node_named_child(node, i));
+  return out;
+}
+
+// The children of `node` under the field `name` (a field may repeat, as in imports). A
+// cursor reads the field names; it is the reliable way with repeated fields.
+std::vector<TSNode> field_children(TSNode node, std::string_view name) {
+  std::vector<TSNode> out;
+  TSTreeCursor cursor = ts_tree_cursor_new(node);
+  if (ts_tree_cursor_goto_first_child(&cursor)) {
+    do {
+      const char* field_name = ts_tree_cursor_current_field_name(&cursor);
+      if (field_name != nullptr && name == field_name) {
+        out.push_back(ts_tree_cursor_current_node(&cursor));
+      }
+    } while (ts_tree_cursor_goto_next_sibling(&cursor));
+  }
+  ts_tree_cursor_delete(&cursor);
+  return out;
+}
+
+// Builds the model of one file in a single pass over its syntax tree, with an explicit
+// stack of nodes still to visit.
+class ModelBuilder {
+ public:
+  ModelBuilder(FileModel& model, std::string_view source) : m_(model), src_(source) {}
+
+  void build(TSNode root) {
+    push(root, MODULE_SCOPE, TOPLEVEL_DEFINITION);
+    while (!stack_.empty()) {
+      const Frame frame = stack_.back();
+      stack_.pop_back();
+      visit(frame);
+    }
+    finish();
+  }
+
+ private:
+  struct Frame {
+    TSNode node;
+    int scope;
+    int owner;
+    bool type_mode;
+  };
+
+  std::string text(TSNode node) const {
+    const std::uint32_t start = ts_node_start_byte(node);
+    const std::uint32_t end =
+        std::min<std::uint32_t>(ts_node_end_byte(node), static_cast<std::uint32_t>(src_.size()));
+    if (start >= end) return {};
+    return valid_utf8(src_.substr(start, end - start));
+  }
+
+  void push(TSNode node, int scope, int owner, bool type_mode = false) {
+    if (!ts_node_is_null(node)) stack_.push_back({node, scope, owner, type_mode});
+  }
+
+  // Children are pushed in reverse so that they are visited in source order.
+  void push_children(const Frame& frame) {
+    const auto children = named_children(frame.node);
+    for (auto it = children.rbegin(); it != children.rend(); ++it) {
+      push(*it, frame.scope, frame.owner, frame.type_mode);
+    }
+  }
+
+  int add_definition(Definition definition) {
+    m_.definitions.push_back(std::move(definition));
+    return static_cast<int>(m_.definitions.size()) - 1;
+  }
+
+  int add_scope(Scope scope) {
+    m_.scopes.push_back(std::move(scope));
+    return static_cast<int>(m_.scopes.size()) - 1;
+  }
+
+  bool defines_symbols(int scope) const {
+    const auto kind = m_.scopes[static_cast<std::size_t>(scope)].kind;
+    return kind == Scope::Kind::module || kind == Scope::Kind::class_body;
+  }
+
+  // Binds `name` in `scope`. A definition joins the definitions already bound to the name
+  // (a name defined twice, say in two branches, stands for both); otherwise the first
+  // binding of a name in a scope is kept.
+  void bind(int scope, const std::string& name, Binding binding) {
+    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
+    auto [it, inserted] = bindings.try_emplace(name, binding);
+    if (inserted) return;
+    Binding& existing = it->second;
+    if (binding.kind == Binding::Kind::definition) {
+      if (existing.kind == Binding::Kind::definition) {
+        existing.also.push_back(binding.definition);
+      } else if (existing.kind == Binding::Kind::value) {
+        existing = binding;
+      }
+    }
+  }
+
+  void use(UseKind kind, int scope, int source, std::vector<std::string> chain, std::int64_t line) {
+    m_.uses.push_back({kind, scope, source, std::move(chain), line, std::nullopt});
+  }
+
+  // The dotted chain an expression names: "a.b.c" as {a, b, c}; super().m as {"", m}.
+  std::optional<std::vector<std::string>> chain_of(TSNode node) const {
+    std::vector<std::string> names;
+    while (type_of(node) == "attribute") {
+      names.push_back(text(field(node, "attribute")));
+      node = field(node, "object");
+      if (ts_node_is_null(node)) return std::nullopt;
+    }
+    if (type_of(node) == "identifier") {
+      names.push_back(text(node));
+    } else if (type_of(node) == "call" && type_of(field(node, "function")) == "identifier" &&
+               text(field(node, "function")) == "super") {
+      names.push_back("");
+    } else {
+      return std::nullopt;
+    }
+    std::reverse(names.begin(), names.end());
+    return names;
+  }
+
+  void visit(const Frame& frame) {
+    const std::string_view type = type_of(frame.node);
+    if (type == "decorated_definition") {
+      std::vector<TSNode> decorators;
+      for (TSNode child : named_children(frame.node)) {
+        if (type_of(child) == "decorator") decorators.push_back(child);
+      }
+      visit_definition(frame, field(frame.node, "definition"), decorators);
+    } else if (type == "function_definition" || type == "class_definition") {
+      visit_definition(frame, frame.node, {});
+    } else if (type == "import_statement") {
+      visit_import(frame);
+    } else if (type == "import_from_statement") {
+      visit_import_from(frame);
+    } else if (type == "assignment") {
+      visit_assignment(frame);
+    } else if (type == "augmented_assignment") {
+      if (frame.scope == MODULE_SCOPE && text(field(frame.node, "left")) == "__all__") {
+        collect_exports(field(frame.node, "right"));
+      }
+      push_children(frame);
+    } else if (type == "global_statement" || type == "nonlocal_statement") {
+      for (TSNode name : named_children(frame.node)) {
+        m_.scopes[static_cast<std::size_t>(frame.scope)].globals.push_back(text(name));
+      }
+    } else if (type == "call") {
+      visit_call(frame);
+    } else if (type == "attribute") {
+      if (auto chain = chain_of(frame.node)) {
+        use(frame.type_mode ? UseKind::type : UseKind::reference, frame.scope, frame.owner,
+            std::move(*chain), line_of(frame.node));
+      } else {
+        push(field(frame.node, "object"), frame.scope, frame.owner, frame.type_mode);
+      }
+    } else if (type == "identifier") {
+      use(frame.type_mode ? UseKind::type : UseKind::reference, frame.scope, frame.owner,
+          {text(frame.node)}, line_of(frame.node));
+    } else if (type == "keyword_argument") {
+      push(field(frame.node, "value"), frame.scope, frame.owner, frame.type_mode);
+    } else if (type == "lambda") {
+      visit_lambda(frame);
+    } else if (type == "list_comprehension" || type == "set_comprehension" ||
+               type == "dictionary_comprehension" || type == "generator_expression") {
+      const int inner = open_lambda_scope(frame);
+      for (TSNode child : named_children(frame.node)) {
+        if (type_of(child) == "for_in_clause")
+          bind_targets(field(child, "left"), inner, frame.owner);
+      }
+      push_children({frame.node, inner, frame.owner, frame.type_mode});
+    } else if (type == "for_statement" || type == "for_in_clause") {
+      bind_targets(field(frame.node, "left"), frame.scope, frame.owner);
+      for (TSNode child : named_children(frame.node)) {
+        if (!ts_node_eq(child, field(frame.node, "left"))) push(child, frame.scope, frame.owner);
+      }
+    } else if (type == "as_pattern") {
+      for (TSNode child : named_children(frame.node)) {
+        if (type_of(child) == "as_pattern_target") {
+          bind_targets(child, frame.scope, frame.owner);
+        } else {
+          push(child, frame.scope, frame.owner);
+        }
+      }
+    } else if (type == "named_expression") {
+      bind_targets(field(frame.node, "name"), frame.scope, frame.owner);
+      push(field(frame.node, "value"), frame.scope, frame.owner);
+    } else if (type == "type") {
+      push_children({frame.node, frame.scope, frame.owner, true});
+    } else if (type == "case_pattern" || type == "dotted_name" || type == "comment" ||
+               type == "string_content" || type == "future_import_statement" ||
+               type == "string_start" || type == "string_end" || type == "escape_sequence") {
+      // Patterns capture names rather than use them; the rest holds no name.
+    } else {
+      push_children(frame);
+    }
+  }
+
+  void visit_definition(const Frame& frame, TSNode definition,
+                        const std::vector<TSNode>& decorators) {
+    if (ts_node_is_null(definition)) return;
+    const bool is_class = type_of(definition) == "class_definition";
+    const Scope& outer = m_.scopes[static_cast<std::size_t>(frame.scope)];
+    const std::string name = text(field(definition, "name"));
+    if (name.empty()) return;
+
+    std::string signature;
+    bool is_static = false;
+    for (TSNode decorator : decorators) {
+      signature += collapse_whitespace(text(decorator)) + " ";
+      if (text(decorator) == "@staticmethod") is_static = true;
+    }
+    signature += header_of(definition);
+
+    Definition made;
+    made.name = name;
+    made.kind = is_class                                ? std::string(symbol_kind::CLASS)
+                : outer.kind == Scope::Kind::class_body ? std::string(symbol_kind::METHOD)
+                                                        : std::string(symbol_kind::FUNCTION);
+    made.fqn = outer.fqn + "." + name;
+    made.start_line = line_of(definition);
+    made.end_line = end_line_of(definition);
+    made.signature = signature;
+    const int method_of = outer.kind == Scope::Kind::class_body ? outer.owner : -1;
+    const std::string fqn = made.fqn;
+    const int id = add_definition(std::move(made));
+    bind(frame.scope, name, {Binding::Kind::definition, id, {}, {}, {}});
+
+    for (TSNode decorator : decorators) {
+      const TSNode expression = ts_node_named_child(decorator, 0);
+      if (ts_node_is_null(expression)) continue;
+      const bool is_call = type_of(expression) == "call";
+      const TSNode named = is_call ? field(expression, "function") : expression;
+      if (auto chain = chain_of(named)) {
+        use(UseKind::decorates, frame.scope, id, std::move(*chain), line_of(decorator));
+        if (is_call) push(field(expression, "arguments"), frame.scope, frame.owner);
+      } else {
+        push(expression, frame.scope, frame.owner);
+      }
+    }
+
+    if (is_class) {
+      const TSNode bases = field(definition, "superclasses");
+      if (!ts_node_is_null(bases)) {
+        for (TSNode base : named_children(bases)) {
+          auto chain = type_of(base) == "keyword_argument" ? std::nullopt : chain_of(base);
+          if (chain) {
+            use(UseKind::inherits, frame.scope, id, std::move(*chain), line_of(base));
+          } else {
+            push(base, frame.scope, frame.owner);
+          }
+        }
+      }
+      const int body = add_scope({Scope::Kind::class_body, frame.scope, id, -1, fqn, {}, {}});
+      m_.definitions[static_cast<std::size_t>(id)].body_scope = body;
+      push(field(definition, "body"), body, id);
+      return;
+    }
+
+    const int body = add_scope({Scope::Kind::function, frame.scope, id, method_of, fqn, {}, {}});
+    visit_parameters(field(definition, "parameters"), frame, id, body,
+                     method_of >= 0 && !is_static ? method_of : -1);
+    push(field(definition, "return_type"), frame.scope, id, true);
+    push(field(definition, "body"), body, id);
+  }
+
+  // The header of a definition as written, up to and including its colon, on one line.
+  std::string header_of(TSNode definition) const {
+    const std::uint32_t count = ts_node_child_count(definition);
+    std::uint32_t end = ts_node_end_byte(definition);
+    for (std::uint32_t i = 0; i < count; ++i) {
+      const TSNode child = ts_node_child(definition, i);
+      if (!ts_node_is_named(child) && type_of(child) == ":") {
+        end = ts_node_end_byte(child);
+      }
+      if (type_of(child) == "block") break;
+    }
+    const std::uint32_t start = ts_node_start_byte(definition);
+    if (end <= start || end > src_.size()) return {};
+    return collapse_whitespace(valid_utf8(src_.substr(start, end - start)));
+  }
+
+  // Binds the parameters in the function's scope. Defaults are evaluated where the
+  // function is defined; annotations are uses of the function itself. The first parameter
+  // of a method (not a static one) stands for an instance of `instance_of`.
+  void visit_parameters(TSNode parameters, const Frame& outer, int function, int body,
+                        int instance_of) {
+    if (ts_node_is_null(parameters)) return;
+    bool first = true;
+    for (TSNode parameter : named_children(parameters)) {
+      const std::string_view type = type_of(parameter);
+      TSNode name = parameter;
+      if (type == "default_parameter" || type == "typed_default_parameter") {
+        name = field(parameter, "name");
+        push(field(parameter, "value"), outer.scope, outer.owner);
+      }
+      if (type == "typed_parameter" || type == "typed_default_parameter") {
+        push(field(parameter, "type"), outer.scope, function, true);
+        if (type == "typed_parameter") name = ts_node_named_child(parameter, 0);
+      }
+      if (type_of(name) == "list_splat_pattern" || type_of(name) == "dictionary_splat_pattern") {
+        name = ts_node_named_child(name, 0);
+      }
+      if (ts_node_is_null(name) || type_of(name) != "identifier") {
+        if (!ts_node_is_null(name)) bind_targets(name, body, function);
+        first = false;
+        continue;
+      }
+      if (first && instance_of >= 0) {
+        bind(body, text(name), {Binding::Kind::instance, instance_of, {}, {}, {}});
+      } else {
+        bind(body, text(name), {});
+      }
+      first = false;
+    }
+  }
+
+  int open_lambda_scope(const Frame& frame) {
+    const Scope& outer = m_.scopes[static_cast<std::size_t>(frame.scope)];
+    return add_scope(
+        {Scope::Kind::lambda, frame.scope, frame.owner, outer.method_of, outer.fqn, {}, {}});
+  }
+
+  void visit_lambda(const Frame& frame) {
+    const int inner = open_lambda_scope(frame);
+    const TSNode parameters = field(frame.node, "parameters");
+    if (!ts_node_is_null(parameters)) {
+      for (TSNode parameter : named_children(parameters)) {
+        if (type_of(parameter) == "default_parameter") {
+          push(field(parameter, "value"), frame.scope, frame.owner);
+          bind_targets(field(parameter, "name"), inner, frame.owner);
+        } else {
+          bind_targets(parameter, inner, frame.owner);
+        }
+      }
+    }
+    push(field(frame.node, "body"), inner, frame.owner);
+  }
+
+  // Binds the names that an assignment target (a name, or a tuple or list of them) binds.
+  // Module and class scopes make a symbol of each new name; attribute and subscript
+  // targets are uses of their objects.
+  void bind_targets(TSNode target, int scope, int owner, std::int64_t line = 0,
+                    std::int64_t end_line = 0) {
+    std::vector<TSNode> pending{target};
+    while (!pending.empty()) {
+      const TSNode node = pending.back();
+      pending.pop_back();
+      if (ts_node_is_null(node)) continue;
+      const std::string_view type = type_of(node);
+      if (type == "identifier") {
+        bind_name(text(node), scope, line != 0 ? line : line_of(node),
+                  end_line != 0 ? end_line : end_line_of(node));
+      } else if (type == "attribute" || type == "subscript") {
+        push(node, scope, owner);
+      } else {
+        for (TSNode child : named_children(node))
+          pending.push_back(child);
+      }
+    }
+  }
+
+  void bind_name(const std::string& name, int scope, std::int64_t line, std::int64_t end_line) {
+    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
+    if (!defines_symbols(scope) || bindings.contains(name)) {
+      bind(scope, name, {});
+      return;
+    }
+    Definition made;
+    made.name = name;
+    made.kind = is_constant_name(name) ? std::string(symbol_kind::CONSTANT)
+                                       : std::string(symbol_kind::VARIABLE);
+    made.fqn = m_.scopes[static_cast<std::size_t>(scope)].fqn + "." + name;
+    made.start_line = line;
+    made.end_line = end_line;
+    const int id = add_definition(std::move(made));
+    bind(scope, name, {Binding::Kind::definition, id, {}, {}, {}});
+  }
+
+  void visit_assignment(const Frame& frame) {
+    const TSNode left = field(frame.node, "left");
+    if (frame.scope == MODULE_SCOPE && text(left) == "__all__") {
+      collect_exports(field(frame.node, "right"));
+    }
+    bind_targets(left, frame.scope, frame.owner, line_of(frame.node), end_line_of(frame.node));
+    remember_constructor(frame.scope, left, field(frame.node, "right"));
+    push(field(frame.node, "type"), frame.scope, frame.owner, true);
+    push(field(frame.node, "right"), frame.scope, frame.owner);
+  }
+
+  // `x = Chain(...)`: remembers the called chain on the binding of x (or on its symbol), so
+  // that x.m() can be bound when Chain turns out to be a class.
+  void remember_constructor(int scope, TSNode left, TSNode right) {
+    if (ts_node_is_null(left) || ts_node_is_null(right) || type_of(left) != "identifier" ||
+        type_of(right) != "call") {
+      return;
+    }
+    auto chain = chain_of(field(right, "function"));
+    if (!chain || chain->front().empty()) return;
+    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
+    auto it = bindings.find(text(left));
+    if (it == bindings.end()) return;
+    Binding& binding = it->second;
+    if (binding.kind == Binding::Kind::value && binding.made_by.empty()) {
+      binding.made_by = *chain;
+      binding.made_in = scope;
+    } else if (binding.kind == Binding::Kind::definition) {
+      Definition& variable = m_.definitions[static_cast<std::size_t>(binding.definition)];
+      if (variable.made_by.empty() &&
+          (variable.kind == symbol_kind::VARIABLE || variable.kind == symbol_kind::CONSTANT)) {
+        variable.made_by = *chain;
+        variable.made_in = scope;
+      }
+    }
+  }
+
+  void visit_call(const Frame& frame) {
+    const TSNode function = field(frame.node, "function");
+    if (auto chain = chain_of(function)) {
+      use(UseKind::call, frame.scope, frame.owner, std::move(*chain), line_of(frame.node));
+    } else if (type_of(function) == "attribute") {
+      // A method called on the value of an expression: only its name is known.
+      use(UseKind::call, frame.scope, frame.owner,
+          {std::string(UNKNOWN_VALUE), text(field(function, "attribute"))}, line_of(frame.node));
+      push(field(function, "object"), frame.scope, frame.owner);
+    } else {
+      push(function, frame.scope, frame.owner);
+    }
+    push(field(frame.node, "arguments"), frame.scope, frame.owner);
+  }
+
+  // An import edge from the importing definition to what `binding` names.
+  void import_use(const Frame& frame, const Binding& binding, std::int64_t line) {
+    m_.uses.push_back({UseKind::import, frame.scope, frame.owner, {}, line, binding});
+  }
+
+  // Binds an imported name in the scope and, in a module or class, makes it a symbol.
+  void bind_import(const Frame& frame, const std::string& name, const Binding& binding,
+                   std::int64_t line) {
+    auto& bindings = m_.scopes[static_cast<std::size_t>(frame.scope)].bindings;
+    if (name.empty() || bindings.contains(name)) return;
+    int id = -1;
+    if (defines_symbols(frame.scope)) {
+      Definition made;
+      made.name = name;
+      made.kind = std::string(symbol_kind::IMPORT);
+      made.fqn = m_.scopes[static_cast<std::size_t>(frame.scope)].fqn + "." + name;
+      made.start_line = line;
+      made.end_line = end_line_of(frame.node);
+      made.import = binding;
+      id = add_definition(std::move(made));
+    }
+    Binding bound = binding;
+    bound.definition = id;
+    bindings.emplace(name, bound);
+  }
+
+  void visit_import(const Frame& frame) {
+    for (TSNode item : field_children(frame.node, "name")) {
+      if (type_of(item) == "aliased_import") {
+        const Binding module{Binding::Kind::module, -1, text(field(item, "name")), {}, {}};
+        import_use(frame, module, line_of(item));
+        bind_import(frame, text(field(item, "alias")), module, line_of(item));
+      } else {
+        // "import a.b.c" imports a.b.c and binds "a".
+        const std::string module = text(item);
+        import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(item));
+        const std::string head = module.substr(0, module.find('.'));
+        bind_import(frame, head, {Binding::Kind::module, -1, head, {}, {}}, line_of(item));
+      }
+    }
+  }
+
+  std::string absolute_module(TSNode module_name) const {
+    if (type_of(module_name) != "relative_import") return text(module_name);
+    std::size_t dots = 0;
+    std::string rest;
+    for (TSNode child : named_children(module_name)) {
+      if (type_of(child) == "import_prefix") {
+        const std::string prefix = text(child);
+        dots = static_cast<std::size_t>(std::count(prefix.begin(), prefix.end(), '.'));
+      } else {
+        rest = text(child);
+      }
+    }
+    // The package of this module, then one level up for each dot after the first.
+    std::string package = m_.is_package ? m_.module : parent_of(m_.module);
+    for (std::size_t i = 1; i < dots; ++i)
+      package = parent_of(package);
+    if (package.empty()) return rest;
+    return rest.empty() ? package : package + "." + rest;
+  }
+
+  static std::string parent_of(const std::string& module) {
+    const std::size_t dot = module.rfind('.');
+    return dot == std::string::npos ? std::string() : module.substr(0, dot);
+  }
+
+  void visit_import_from(const Frame& frame) {
+    const TSNode module_name = field(frame.node, "module_name");
+    if (ts_node_is_null(module_name)) return;
+    const std::string module = absolute_module(module_name);
+    for (TSNode child : named_children(frame.node)) {
+      if (type_of(child) == "wildcard_import") {
+        if (frame.scope == MODULE_SCOPE) m_.star_imports.push_back(module);
+        import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(child));
+      }
+    }
+    for (TSNode item : field_children(frame.node, "name")) {
+      const bool aliased = type_of(item) == "aliased_import";
+      const std::string name = text(aliased ? field(item, "name") : item);
+      const std::string bound = aliased ? text(field(item, "alias")) : name;
+      const Binding imported{Binding::Kind::imported_name, -1, module, name, {}};
+      import_use(frame, imported, line_of(item));
+      bind_import(frame, bound, imported, line_of(item));
+    }
+  }
+
+  // Names listed in __all__ (a list or tuple of strings) are exported.
+  void collect_exports(TSNode value) {
+    if (ts_node_is_null(value)) return;
+    for (TSNode item : named_children(value)) {
+      if (type_of(item) != "string") continue;
+      std::string name;
+      for (TSNode part : named_children(item)) {
+        if (type_of(part) == "string_content") name += text(part);
+      }
+      exports_.push_back(name);
+    }
+  }
+
+  void finish() {
+    for (Scope& scope : m_.scopes) {
+      for (const std::string& name : scope.globals)
+        scope.bindings.erase(name);
+    }
+    const auto& module_bindings = m_.scopes[MODULE_SCOPE].bindings;
+    for (const std::string& name : exports_) {
+      auto it = module_bindings.find(name);
+      if (it == module_bindings.end()) continue;
+      if (it->second.definition >= 0) {
+        m_.definitions[static_cast<std::size_t>(it->second.definition)].is_export = true;
+      }
+      for (int other : it->second.also) {
+        m_.definitions[static_cast<std::size_t>(other)].is_export = true;
+      }
+    }
+  }
+
+  FileModel& m_;
+  std::string_view src_;
+  std::vector<Frame> stack_;
+  std::vector<std::string> exports_;
+};
+
+}  // namespace
+
+std::string module_name_of(std::string_view path) {
+  std::string module(path);
+  for (std::string_view ext : {".pyi", ".py"}) {
+    if (module.ends_with(ext)) {
+      module.resize(module.size() - ext.size());
+      break;
+    }
+  }
+  if (module.starts_with("src/")) module.erase(0, 4);
+  std::replace(module.begin(), module.end(), '/', '.');
+  if (module == "__init__") return module;
+  if (module.ends_with(".__init__")) module.resize(module.size() - 9);
+  return module;
+}
+
+std::string component_of(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) return ".";
+  std::string component(path.substr(0, slash));
+  std::replace(component.begin(), component.end(), '/', '.');
+  return component;
+}
+
+PythonParser::PythonParser() : parser_(ts_parser_new()) {
+  if (!ts_parser_set_language(parser_, tree_sitter_python())) {
+    ts_parser_delete(parser_);
+    throw std::runtime_error("the Python grammar does not fit this tree-sitter library");
+  }
+}
+
+PythonParser::~PythonParser() {
+  ts_parser_delete(parser_);
+}
+
+FileModel PythonParser::parse(const std::string& path, std::string_view source) {
+  FileModel model;
+  model.path = path;
+  model.module = module_name_of(path);
+  model.is_package = path.ends_with("__init__.py") || path.ends_with("__init__.pyi");
+  if (!is_valid_utf8(source)) {
+    model.warnings.push_back(path + ": not valid UTF-8; indexed what could be read");
+  }
+
+  const std::string last = model.module.substr(model.module.rfind('.') + 1);
+  model.definitions.push_back(
+      {last, std::string(symbol_kind::MODULE), model.module, 1, 1, std::nullopt, false, {}, -1});
+  model.definitions.push_back({"<toplevel>",
+                               std::string(TOPLEVEL_KIND),
+                               model.module + ".<toplevel>",
+                               1,
+                               1,
+                               std::nullopt,
+                               false,
+                               {},
+                               -1});
+  model.scopes.push_back({Scope::Kind::module, -1, TOPLEVEL_DEFINITION, -1, model.module, {}, {}});
+
+  TSTree* tree = ts_parser_parse_string(parser_, nullptr, source.data(),
+                                        static_cast<std::uint32_t>(source.size()));
+  if (tree == nullptr) {
+    model.warnings.push_back(path + ": could not be parsed");
+    return model;
+  }
+  const TSNode root = ts_tree_root_node(tree);
+  const std::int64_t lines = end_line_of(root);
+  model.definitions[MODULE_DEFINITION].end_line = lines;
+  model.definitions[TOPLEVEL_DEFINITION].end_line = lines;
+  if (ts_node_has_error(root)) {
+    model.warnings.push_back(path + ": syntax errors; indexed what could be read");
+  }
+  ModelBuilder(model, source).build(root);
+  ts_tree_delete(tree);
+  return model;
+}
+
+}  // namespace quarry::indexer

@@ -1,0 +1,302 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <map>
+#include <set>
+#include <thread>
+#include <tuple>
+
+#include "indexer/indexer.h"
+#include "indexer/source_files.h"
+#include "test_index.h"
+
+extern char** environ;
+
+namespace quarry {
+namespace {
+
+namespace fs = std::filesystem;
+
+using SourceTree = std::map<std::string, std::string>;
+using EdgeRow = std::tuple<std::string, std::string, std::string, std::string>;
+
+// A directory of sources written by a test, removed at its end.
+class TempTree {
+ public:
+  explicit TempTree(const SourceTree& files = {}) {
+    static int counter = 0;
+    root_ = fs::path(::testing::TempDir()) /
+            ("quarry_tree_" + std::to_string(getpid()) + "_" + std::to_string(counter++));
+    fs::remove_all(root_);
+    fs::create_directories(root_);
+    for (const auto& [path, text] : files)
+      write(path, text);
+  }
+  ~TempTree() { fs::remove_all(root_); }
+
+  void write(const std::string& path, const std::string& text) const {
+    fs::create_directories((root_ / path).parent_path());
+    std::ofstream(root_ / path, std::ios::binary) << text;
+  }
+  const fs::path& root() const { return root_; }
+  std::string db() const { return (root_ / ".quarry" / "index.db").string(); }
+
+  indexer::IndexSummary index() const {
+    return indexer::build_index({.root = root_, .db_path = db(), .threads = 2});
+  }
+
+ private:
+  fs::path root_;
+};
+
+// The edges of an index by the fqns of their ends.
+std::set<EdgeRow> edges_of(Repository& repo) {
+  std::set<EdgeRow> edges;
+  for (const Row& row : repo.db().fetchall(
+           "SELECT s.fqn, t.fqn, e.kind, COALESCE(e.resolution, '') FROM edges e "
+           "JOIN symbols s ON s.id = e.source_id JOIN symbols t ON t.id = e.target_id")) {
+    edges.emplace(to_text(row[0]), to_text(row[1]), to_text(row[2]), to_text(row[3]));
+  }
+  return edges;
+}
+
+std::set<std::string> pending_of(Repository& repo) {
+  std::set<std::string> names;
+  for (const Row& row : repo.db().fetchall("SELECT target_name FROM pending_references")) {
+    names.insert(to_text(row[0]));
+  }
+  return names;
+}
+
+TEST(Indexer, BindsNamesByTheirScopeAndImports) {
+  struct Case {
+    const char* name;
+    SourceTree files;
+    std::vector<EdgeRow> expected;
+    std::vector<EdgeRow> absent = {};
+    std::set<std::string> pending = {};
+  };
+  const std::vector<Case> cases = {
+      {"local",
+       {{"m.py", "def f(): pass\ndef g():\n    f()\n"}},
+       {{"m.g", "m.f", "call", "local"}}},
+      {"import",
+       {{"a.py", "def f(): pass\n"}, {"b.py", "from a import f\ndef g():\n    f()\n"}},
+       {{"b.g", "a.f", "call", "import"}, {"b.<toplevel>", "a.f", "import", "import"}}},
+      {"relative import",
+       {{"pkg/__init__.py", ""},
+        {"pkg/a.py", "def f(): pass\n"},
+        {"pkg/sub/b.py", "from ..a import f\nfrom .. import a\ndef g():\n    f()\n    a.f()\n"}},
+       {{"pkg.sub.b.g", "pkg.a.f", "call", "import"}}},
+      {"aliased module",
+       {{"pkg/a.py", "def f(): pass\n"}, {"b.py", "import pkg.a as m\ndef g():\n    m.f()\n"}},
+       {{"b.g", "pkg.a.f", "call", "import"}, {"b.<toplevel>", "pkg.a", "import", "import"}}},
+      {"re-export through a package",
+       {{"pkg/__init__.py", "from .impl import f\n"},
+        {"pkg/impl.py", "def f(): pass\n"},
+        {"b.py", "from pkg import f\ndef g():\n    f()\n"}},
+       {{"b.g", "pkg.impl.f", "call", "import"}}},
+      {"self method and base-class method",
+       {{"m.py",
+         "class B:\n    def base(self): pass\n"
+         "class C(B):\n    def a(self):\n        self.b()\n        self.base()\n"
+         "    def b(self): pass\n"}},
+       {{"m.C.a", "m.C.b", "call", "exact"},
+        {"m.C.a", "m.B.base", "call", "exact"},
+        {"m.C", "m.B", "inherits", "local"}}},
+      {"super and Class.method",
+       {{"m.py",
+         "class B:\n    def run(self): pass\n    @staticmethod\n    def make(): pass\n"
+         "class C(B):\n    def run(self):\n        super().run()\n        B.make()\n"}},
+       {{"m.C.run", "m.B.run", "call", "exact"}, {"m.C.run", "m.B.make", "call", "exact"}}},
+      {"ambiguous attribute call",
+       {{"a.py", "class A:\n    def run(self): pass\n"},
+        {"b.py", "class B:\n    def run(self): pass\n"},
+        {"c.py", "def go(x):\n    x.run()\n    x.nothing_named_so()\n"}},
+       {{"c.go", "a.A.run", "call", "ambiguous"}, {"c.go", "b.B.run", "call", "ambiguous"}}},
+      {"pending name, builtins ignored",
+       {{"m.py", "def g(items):\n    print(len(items))\n    nowhere()\n"}},
+       {},
+       {},
+       {"nowhere"}},
+      {"reference, decorator and annotation",
+       {{"m.py",
+         "def deco(f): return f\nclass T: pass\ndef cb(): pass\n"
+         "@deco\ndef h(x: T) -> T:\n    register(cb)\n"}},
+       {{"m.h", "m.deco", "decorates", "local"},
+        {"m.h", "m.T", "type", "local"},
+        {"m.h", "m.cb", "reference", "local"}},
+       {},
+       {"register"}},
+      {"instance made by calling a class",
+       {{"m.py",
+         "class K:\n    def run(self): pass\nclass L:\n    def run(self): pass\n"
+         "k = K()\ndef g():\n    x = K()\n    x.run()\n    k.run()\n"}},
+       {{"m.g", "m.K.run", "call", "exact"}},
+       {{"m.g", "m.L.run", "call", "ambiguous"}}},
+      {"local variable shadows a function",
+       {{"m.py", "def f(): pass\ndef g(f):\n    f()\n"}},
+       {},
+       {{"m.g", "m.f", "call", "local"}}},
+  };
+  for (const auto& c : cases) {
+    TempTree tree(c.files);
+    tree.index();
+    Repository repo(tree.db());
+    const auto edges = edges_of(repo);
+    for (const auto& edge : c.expected) {
+      EXPECT_TRUE(edges.contains(edge))
+          << c.name << ": missing " << std::get<0>(edge) << " -> " << std::get<1>(edge) << " "
+          << std::get<2>(edge) << " " << std::get<3>(edge);
+    }
+    for (const auto& edge : c.absent) {
+      EXPECT_FALSE(edges.contains(edge)) << c.name << ": unexpected " << std::get<1>(edge);
+    }
+    EXPECT_EQ(pending_of(repo), c.pending) << c.name;
+  }
+}
+
+TEST(Indexer, NamesSignaturesAndExports) {
+  TempTree tree(SourceTree{{"src/pkg/mod.py",
+                            "__all__ = ['public']\n"
+                            "LIMIT = 3\n"
+                            "def public(): pass\n"
+                            "def outer():\n    def inner(): pass\n"
+                            "@app.route('/x',\n           methods=['GET'])\n"
+                            "def index(a,\n          b): pass\n"
+                            "class C(Base):\n    X = 1\n    y: int = 2\n    def m(self): pass\n"}});
+  tree.index();
+  Repository repo(tree.db());
+  struct Expected {
+    std::string fqn, kind;
+    std::optional<std::string> signature;
+    bool is_export;
+  };
+  const std::vector<Expected> expected = {
+      {"pkg.mod", "module", std::nullopt, false},
+      {"pkg.mod.LIMIT", "constant", std::nullopt, false},
+      {"pkg.mod.public", "function", "def public():", true},
+      {"pkg.mod.outer.inner", "function", "def inner():", false},
+      {"pkg.mod.index", "function", "@app.route('/x', methods=['GET']) def index(a, b):", false},
+      {"pkg.mod.C", "class", "class C(Base):", false},
+      {"pkg.mod.C.X", "constant", std::nullopt, false},
+      {"pkg.mod.C.y", "variable", std::nullopt, false},
+      {"pkg.mod.C.m", "method", "def m(self):", false},
+  };
+  for (const auto& e : expected) {
+    const auto symbol = repo.get_symbol_by_fqn(e.fqn);
+    ASSERT_TRUE(symbol) << e.fqn;
+    EXPECT_EQ(symbol->kind, e.kind) << e.fqn;
+    EXPECT_EQ(symbol->signature, e.signature) << e.fqn;
+    EXPECT_EQ(symbol->is_export, e.is_export) << e.fqn;
+  }
+  const auto component = repo.db().fetchone(
+      "SELECT c.name FROM files f JOIN components c ON c.id = f.component_id WHERE f.path = ?",
+      {std::string("src/pkg/mod.py")});
+  ASSERT_TRUE(component);
+  EXPECT_EQ(to_text(component->at(0)), "src.pkg");
+}
+
+TEST(Indexer, ListsWhatGitListsOrSkipsWhatHoldsNoCode) {
+  TempTree plain(SourceTree{{"a.py", ""},
+                            {"node_modules/x.js", ""},
+                            {".venv/lib/y.py", ""},
+                            {"env2/pyvenv.cfg", ""},
+                            {"env2/lib/z.py", ""},
+                            {"pkg/__pycache__/a.pyc", ""},
+                            {"build/out.py", ""},
+                            {".quarry/index.db", ""},
+                            {"docs/guide.md", ""}});
+  EXPECT_EQ(indexer::list_source_files(plain.root()),
+            (std::vector<std::string>{"a.py", "docs/guide.md"}));
+
+  TempTree repo(SourceTree{{".gitignore", "ignored.py\n"},
+                           {"kept.py", ""},
+                           {"ignored.py", ""},
+                           {"untracked.py", ""},
+                           {"build/tracked.py", ""}});
+  const std::string root = repo.root().string();
+  if (!indexer::run_program({"git", "-C", root, "init", "-q"})) GTEST_SKIP() << "no git";
+  ASSERT_TRUE(indexer::run_program({"git", "-C", root, "add", "kept.py", "build/tracked.py"}));
+  EXPECT_EQ(
+      indexer::list_source_files(repo.root()),
+      (std::vector<std::string>{".gitignore", "build/tracked.py", "kept.py", "untracked.py"}));
+}
+
+TEST(Indexer, BadFilesAreListedWithAWarning) {
+  TempTree tree(SourceTree{{"good.py", "def f(): pass\n"},
+                           {"broken.py", "def ok(): pass\ndef broken(:\n"},
+                           {"latin1.py", "def caf\xe9(): pass\ndef fine(): pass\n"},
+                           {"notes.txt", "hello"}});
+  const auto summary = tree.index();
+  EXPECT_EQ(summary.files, 4u);
+  EXPECT_EQ(summary.python_files, 3u);
+  // Each warning names its file; good.py gets none.
+  std::set<std::string> named;
+  for (const std::string& warning : summary.warnings)
+    named.insert(warning.substr(0, warning.find(':')));
+  EXPECT_EQ(named, (std::set<std::string>{"broken.py", "latin1.py"}));
+  EXPECT_TRUE(std::any_of(summary.warnings.begin(), summary.warnings.end(), [](const auto& w) {
+    return w == "latin1.py: not valid UTF-8; indexed what could be read";
+  }));
+  Repository repo(tree.db());
+  EXPECT_TRUE(repo.get_symbol_by_fqn("broken.ok"));
+  EXPECT_TRUE(repo.get_symbol_by_fqn("latin1.fine"));
+  EXPECT_EQ(repo.get_stats().at("files"), 4);
+}
+
+// A run killed while it writes leaves the previous index whole; the next run succeeds.
+TEST(Indexer, AKilledRunLeavesThePreviousIndex) {
+  TempTree tree;
+  for (int i = 0; i < 1500; ++i) {
+    std::string text;
+    for (int f = 0; f < 20; ++f) {
+      text += "def f" + std::to_string(f) + "(x):\n    return g" + std::to_string(f) +
+              "(x) + helper(x)\n";
+    }
+    tree.write("pkg" + std::to_string(i % 30) + "/m" + std::to_string(i) + ".py", text);
+  }
+  {
+    testing::TestIndex old;
+    old.file("old.py");
+    old.close();
+    fs::create_directories(fs::path(tree.db()).parent_path());
+    fs::copy_file(old.path(), tree.db());
+  }
+  const std::string before = testing::file_bytes(tree.db());
+  const std::string temporary = tree.db() + ".tmp";
+
+  std::vector<std::string> args{QUARRY_BINARY, "index", tree.root().string()};
+  std::vector<char*> argv;
+  for (auto& arg : args)
+    argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  pid_t pid = 0;
+  ASSERT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ), 0);
+  bool killed = false;
+  for (int waited = 0; waited < 120000 && !killed; ++waited) {
+    if (fs::exists(temporary)) {
+      kill(pid, SIGKILL);
+      killed = true;
+    } else {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  ASSERT_TRUE(killed) << "the run ended before it was caught writing";
+  EXPECT_EQ(testing::file_bytes(tree.db()), before);
+  EXPECT_EQ(Repository(tree.db()).get_stats().at("files"), 1);
+
+  tree.index();
+  EXPECT_FALSE(fs::exists(temporary));
+  EXPECT_EQ(Repository(tree.db()).get_stats().at("files"), 1500);
+}
+
+}  // namespace
+}  // namespace quarry
