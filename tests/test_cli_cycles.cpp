@@ -5,24 +5,13 @@
 #include <fstream>
 #include <sstream>
 
-#include "cli/cli.h"
 #include "test_index.h"
 
 namespace quarry {
 namespace {
 
-struct Result {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-Result run(std::vector<std::string> args) {
-  args.insert(args.begin(), "quarry");
-  std::ostringstream out, err;
-  const int status = cli::run(args, out, err, false);
-  return {status, out.str(), err.str()};
-}
+using Result = testing::CliResult;
+constexpr auto run = testing::run_cli;
 
 std::size_t occurrences(const std::string& text, const std::string& part) {
   std::size_t count = 0;

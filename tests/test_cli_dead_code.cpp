@@ -3,7 +3,6 @@
 
 #include <sstream>
 
-#include "cli/cli.h"
 #include "test_index.h"
 
 namespace quarry {
@@ -14,10 +13,9 @@ using Args = std::vector<std::string>;
 
 // Runs quarry on `db` with `args`; returns the status and what went to stdout and stderr.
 std::tuple<int, std::string, std::string> run(const std::string& db, Args args) {
-  args.insert(args.begin(), {"quarry", "--db", db, "dead-code"});
-  std::ostringstream out, err;
-  const int status = cli::run(args, out, err, false);
-  return {status, out.str(), err.str()};
+  args.insert(args.begin(), {"--db", db, "dead-code"});
+  auto [status, out, err] = testing::run_cli(std::move(args));
+  return {status, std::move(out), std::move(err)};
 }
 
 // The example's candidates in listing order: three certain, then one likely.

@@ -4,18 +4,17 @@
 #include <cmath>
 #include <sstream>
 
-#include "cli/cli.h"
 #include "cli/output.h"
+#include "test_index.h"
 #include "utils/rounding.h"
 
 namespace quarry {
 namespace {
 
 std::pair<int, std::string> run(std::vector<std::string> args) {
-  args.insert(args.begin(), {"quarry", "--db", QUARRY_EXAMPLE_DB});
-  std::ostringstream out, err;
-  const int status = cli::run(args, out, err, false);
-  return {status, out.str() + err.str()};
+  args.insert(args.begin(), {"--db", QUARRY_EXAMPLE_DB});
+  const auto result = testing::run_cli(std::move(args));
+  return {result.status, result.out + result.err};
 }
 
 std::vector<std::string> keys(const nlohmann::ordered_json& object) {

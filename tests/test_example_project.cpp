@@ -1,14 +1,14 @@
 // The bundled example project, indexed and asked the four questions through the command
 // line, gives the answers it was written to show.
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <unistd.h>
+#include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <set>
 #include <sstream>
 
-#include "cli/cli.h"
+#include "test_index.h"
 
 namespace quarry {
 namespace {
@@ -29,13 +29,11 @@ class ExampleProject : public ::testing::Test {
   static void TearDownTestSuite() { fs::remove_all(root_); }
 
   static std::pair<int, std::string> run(std::vector<std::string> args) {
-    args.insert(args.begin(), "quarry");
-    if (args[1] != "index") {
+    if (args[0] != "index") {
       args.insert(args.end(), {"--json", "--db", (root_ / ".quarry" / "index.db").string()});
     }
-    std::ostringstream out, err;
-    const int status = cli::run(args, out, err, false);
-    return {status, out.str() + err.str()};
+    const auto result = testing::run_cli(std::move(args));
+    return {result.status, result.out + result.err};
   }
 
   static Json query(std::vector<std::string> args) {
@@ -46,7 +44,8 @@ class ExampleProject : public ::testing::Test {
 
   static std::set<std::string> strings(const Json& list, const char* key) {
     std::set<std::string> out;
-    for (const auto& item : list) out.insert(item[key].get<std::string>());
+    for (const auto& item : list)
+      out.insert(item[key].get<std::string>());
     return out;
   }
 

@@ -1,5 +1,7 @@
 #include "test_index.h"
 
+#include "cli/cli.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -80,6 +82,13 @@ void TestIndex::close() {
 std::unique_ptr<Repository> TestIndex::open() {
   close();
   return std::make_unique<Repository>(path_);
+}
+
+CliResult run_cli(std::vector<std::string> args) {
+  args.insert(args.begin(), "quarry");
+  std::ostringstream out, err;
+  const int status = cli::run(args, out, err, false);
+  return {status, out.str(), err.str()};
 }
 
 std::string file_bytes(const std::string& path) {

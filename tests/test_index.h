@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "storage/database.h"
 #include "storage/repository.h"
@@ -49,6 +50,16 @@ class TestIndex {
   std::optional<Database> writer_;
   bool in_transaction_ = false;
 };
+
+// What one run of the command line printed, and its exit status.
+struct CliResult {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+// Runs the command line in-process with `args` (the program name left out), without colour.
+CliResult run_cli(std::vector<std::string> args);
 
 // The bytes of a file, to show that reading never changes it.
 std::string file_bytes(const std::string& path);

@@ -43,7 +43,9 @@ void print_group(std::ostream& out, bool colour, const DeadCodePage& page,
     std::string why;
     for (const std::string& reason : s.reasons)
       why += (why.empty() ? "" : "; ") + reason;
-    table.add({location(s.file, s.line), s.kind, s.fqn, why});
+    // A test's use keeps nothing alive, but tells the reader to delete the test too.
+    table.add({location(s.file, s.line), s.kind,
+               s.fqn + (s.used_by_tests ? " (used by tests)" : ""), why});
   }
   if (table.empty()) return;
   out << bold(likely ? "Likely unused" : "Certainly unused", colour) << '\n';

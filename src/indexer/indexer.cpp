@@ -15,26 +15,27 @@ namespace quarry::indexer {
 
 namespace {
 
-// Runs `work(i)` for i in [0, count) on `threads` threads, calling `progress(done)` on the
-// calling thread about ten times a second until all are done.
+// Runs `work(worker, i)` for i in [0, count) on `threads` threads (worker 0 .. threads - 1
+// says which thread), calling `progress(done)` on the calling thread about ten times a
+// second until all are done.
 template <typename Work>
 void run_parallel(std::size_t count, unsigned threads, Work&& work,
                   const std::function<void(std::size_t)>& progress) {
   std::atomic<std::size_t> next{0}, done{0};
-  auto worker = [&] {
+  auto worker = [&](unsigned id) {
     for (std::size_t i = next++; i < count; i = next++) {
-      work(i);
+      work(id, i);
       ++done;
     }
   };
   std::vector<std::jthread> pool;
   for (unsigned t = 1; t < threads && t < count; ++t)
-    pool.emplace_back(worker);
+    pool.emplace_back(worker, t);
   if (!progress) {
-    worker();
+    worker(0);
     return;
   }
-  std::jthread own(worker);
+  std::jthread own(worker, 0u);
   while (done < count) {
     progress(done);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -78,10 +79,12 @@ IndexSummary build_index(const IndexOptions& options) {
   std::vector<FileModel> models(python_paths.size());
   const unsigned threads =
       options.threads != 0 ? options.threads : std::max(1u, std::thread::hardware_concurrency());
-  thread_local std::unique_ptr<PythonParser> parser;
+  // One parser per thread: a parser is not thread-safe.
+  std::vector<std::unique_ptr<PythonParser>> parsers(threads);
   run_parallel(
       python_paths.size(), threads,
-      [&](std::size_t i) {
+      [&](unsigned worker, std::size_t i) {
+        auto& parser = parsers[worker];
         if (!parser) parser = std::make_unique<PythonParser>();
         const auto source = read_file(options.root / python_paths[i]);
         models[i] = parser->parse(python_paths[i], source.value_or(std::string()));
@@ -94,7 +97,8 @@ IndexSummary build_index(const IndexOptions& options) {
 
   const PythonResolver resolver(models);
   std::vector<FileLinks> links(models.size());
-  run_parallel(models.size(), threads, [&](std::size_t i) { links[i] = resolver.resolve(i); }, {});
+  run_parallel(models.size(), threads,
+               [&](unsigned, std::size_t i) { links[i] = resolver.resolve(i); }, {});
 
   const WriteCounts counts = write_index(options.db_path, files, models, resolver, links);
   for (const FileModel& model : models) {
