@@ -21,7 +21,7 @@ namespace {
 
 // Bumped whenever the generated shapes change, so that cached indexes are remade. A
 // change of the schema or of the lookup indexes remakes them too (see schema_tag).
-constexpr int GENERATOR_VERSION = 2;
+constexpr int GENERATOR_VERSION = 3;
 
 constexpr std::int64_t SYMBOLS_PER_FILE = 50;
 constexpr std::int64_t MIN_COMPONENTS = 20;
@@ -295,7 +295,8 @@ class Generator {
                      [&](std::uint32_t a, std::uint32_t b) { return name_of_[a] < name_of_[b]; });
   }
 
-  // A definition named like `id`, chosen at random among all of that name.
+  // A definition named like `id`, chosen at random among all of that name (`id` itself
+  // when the one chosen must never be a target).
   std::int64_t same_named(std::int64_t id) {
     const std::string& name = name_of_[static_cast<std::size_t>(id)];
     const auto first =
@@ -304,7 +305,8 @@ class Generator {
     const auto last =
         std::upper_bound(first, by_name_.end(), name,
                          [&](const std::string& n, std::uint32_t a) { return n < name_of_[a]; });
-    return first == last ? id : *(first + below(last - first));
+    const std::int64_t named = first == last ? id : *(first + below(last - first));
+    return targetable(named) ? named : id;
   }
 
   void edge(std::int64_t source, std::int64_t target, std::string_view kind,

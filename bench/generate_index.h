@@ -51,7 +51,7 @@ std::string hub_fqn(std::size_t rank);
 //   down to earlier files of the component or to earlier components, 1% back up within
 //   the component; 3% of them guesses (to a definition of the same name), 2% without a
 //   resolution.
-// An eighth of the symbols (past the hubs) are never the target of an edge. Pending
+// An eighth of the symbols (past the hubs), modules aside, are never the target of an edge. Pending
 // references by name are added; the lookup indexes are created after the rows, and the
 // statistics are gathered with ANALYZE, as the indexer does.
 void generate_index(const std::string& path, const GenerateOptions& options = {});
