@@ -1,8 +1,7 @@
 // The dead-code listing on synthetic indexes: the first page, a page far down the listing,
-// and one component. Each index is generated once per size.
+// and one component. Each index is generated once per size and kept between runs.
 #include <benchmark/benchmark.h>
 
-#include <filesystem>
 #include <map>
 #include <memory>
 
@@ -11,17 +10,14 @@
 
 namespace {
 
-// An index of `symbols` symbols and five edges per symbol, kept for the whole run.
+// An index of `symbols` symbols and five edges per symbol, generated once and kept (see
+// cached_index), opened for the whole run.
 quarry::Repository& repository(std::int64_t symbols) {
   static std::map<std::int64_t, std::unique_ptr<quarry::Repository>> repositories;
   auto& repo = repositories[symbols];
   if (!repo) {
-    const auto path = std::filesystem::temp_directory_path() /
-                      ("quarry_bench_dead_code_" + std::to_string(symbols) + ".db");
-    std::filesystem::remove(path);
-    quarry::bench::generate_index(path.string(), {.symbols = symbols, .edges = symbols * 5});
+    const auto path = quarry::bench::cached_index({.symbols = symbols, .edges = symbols * 5});
     repo = std::make_unique<quarry::Repository>(path.string());
-    std::filesystem::remove(path);  // the open connection keeps the file alive
   }
   return *repo;
 }

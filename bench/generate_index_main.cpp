@@ -1,5 +1,5 @@
-// generate_index FILE [SYMBOLS [EDGES]]: writes a synthetic index, to time the command line
-// on it (quarry --db FILE dead-code).
+// generate_index FILE [SCALE | SYMBOLS [EDGES]]: writes a synthetic index, to time the
+// command line on it (quarry --db FILE dead-code). SCALE is S, M or L.
 #include <charconv>
 #include <exception>
 #include <iostream>
@@ -18,9 +18,15 @@ bool parse(std::string_view text, std::int64_t& out) {
 
 int main(int argc, char** argv) {
   quarry::bench::GenerateOptions options;
-  if (argc < 2 || argc > 4 || (argc > 2 && !parse(argv[2], options.symbols)) ||
-      (argc > 3 && !parse(argv[3], options.edges))) {
-    std::cerr << "usage: generate_index FILE [SYMBOLS [EDGES]]\n";
+  bool valid = argc >= 2 && argc <= 4;
+  if (valid && argc == 3 && quarry::bench::parse_scale(argv[2])) {
+    options = quarry::bench::scale_options(*quarry::bench::parse_scale(argv[2]));
+  } else if (valid) {
+    valid = (argc < 3 || parse(argv[2], options.symbols)) &&
+            (argc < 4 || parse(argv[3], options.edges));
+  }
+  if (!valid) {
+    std::cerr << "usage: generate_index FILE [S|M|L | SYMBOLS [EDGES]]\n";
     return 2;
   }
   try {

@@ -279,8 +279,8 @@ CREATE INDEX idx_components_name ON components(name);
 CREATE INDEX idx_symbols_fqn ON symbols(fqn, file_id, kind);
 CREATE INDEX idx_symbols_name ON symbols(name);
 CREATE INDEX idx_symbols_file ON symbols(file_id, kind);
-CREATE INDEX idx_edges_target ON edges(target_id, kind, resolution, source_id);
-CREATE INDEX idx_edges_source ON edges(source_id, kind);
+CREATE INDEX idx_edges_target ON edges(target_id, kind, resolution, source_id, line);
+CREATE INDEX idx_edges_source ON edges(source_id, kind, resolution, target_id);
 CREATE INDEX idx_pending_name ON pending_references(target_name);
 )sql";
 

@@ -1,0 +1,160 @@
+// The quality queries on the generated indexes of scales S, M and L (argument 0, 1, 2):
+// callers, impact from a hub, dead-code pages and dependency cycles, each with its peak
+// memory. The file-level cycles are set beside the time SQLite alone takes to run the
+// statement that gathers the file graph, traced from the same operation.
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <random>
+
+#include "bench_support.h"
+
+namespace {
+
+using quarry::bench::PeakMemory;
+using quarry::bench::repository;
+using quarry::bench::Scale;
+using quarry::bench::scale_arg;
+
+// `count` functions and methods that some edge may reach, spread over the whole index
+// and the same on every run.
+std::vector<std::int64_t> sample_ids(Scale scale, std::size_t count) {
+  static std::map<Scale, std::vector<std::int64_t>> callables;
+  auto& ids = callables[scale];
+  if (ids.empty()) {
+    for (const quarry::Row& row : repository(scale).db().fetchall(
+             "SELECT id FROM symbols WHERE kind IN ('function', 'method') AND id % 8 != 0 "
+             "ORDER BY id")) {
+      ids.push_back(quarry::to_int(row.at(0)));
+    }
+  }
+  std::mt19937_64 rng(7);
+  std::vector<std::int64_t> sample(count);
+  for (auto& id : sample)
+    id = ids[rng() % ids.size()];
+  return sample;
+}
+
+void BM_CallersOf(benchmark::State& state) {
+  const Scale scale = scale_arg(state.range(0));
+  const auto count = static_cast<std::size_t>(state.range(1));
+  auto& repo = repository(scale);
+  // One id at a time goes round a hundred different ones.
+  const auto ids = sample_ids(scale, std::max<std::size_t>(count, 100));
+  std::size_t round = 0;
+  std::size_t callers = 0;
+  PeakMemory memory;
+  for (auto _ : state) {
+    std::vector<std::int64_t> asked;
+    if (count == 1) {
+      asked.push_back(ids[round++ % ids.size()]);
+    } else {
+      asked.assign(ids.begin(), ids.begin() + static_cast<std::ptrdiff_t>(count));
+    }
+    const auto found = repo.callers_of(asked);
+    callers = found.size();
+    benchmark::DoNotOptimize(found);
+  }
+  memory.report(state);
+  state.counters["callers"] = static_cast<double>(callers);
+}
+
+void BM_ImpactFromHub(benchmark::State& state) {
+  auto& repo = repository(scale_arg(state.range(0)));
+  std::size_t callers = 0;
+  PeakMemory memory;
+  for (auto _ : state) {
+    const auto impact = repo.analyze_impact(quarry::bench::hub_fqn(0), state.range(1));
+    callers = impact.direct_callers.size() + impact.transitive_callers.size();
+    benchmark::DoNotOptimize(impact);
+  }
+  memory.report(state);
+  state.counters["callers"] = static_cast<double>(callers);
+}
+
+void dead_code_page(benchmark::State& state, bool late) {
+  auto& repo = repository(scale_arg(state.range(0)));
+  quarry::DeadCodeOptions options{.runtime_members = {"get", "append", "items"}};
+  if (late) {
+    quarry::DeadCodeOptions count = options;
+    count.limit = 0;
+    options.offset = repo.get_dead_code(count).total_count * 9 / 10;
+  }
+  std::int64_t total = 0;
+  PeakMemory memory;
+  for (auto _ : state) {
+    const auto page = repo.get_dead_code(options);
+    total = page.total_count;
+    benchmark::DoNotOptimize(page);
+  }
+  memory.report(state);
+  state.counters["candidates"] = static_cast<double>(total);
+  state.counters["offset"] = static_cast<double>(options.offset);
+}
+
+void BM_DeadCodeFirstPage(benchmark::State& state) {
+  dead_code_page(state, false);
+}
+void BM_DeadCodeLatePage(benchmark::State& state) {
+  dead_code_page(state, true);
+}
+
+void cycles(benchmark::State& state, const char* level) {
+  auto& repo = repository(scale_arg(state.range(0)));
+  std::size_t found = 0;
+  PeakMemory memory;
+  for (auto _ : state) {
+    const auto entries = repo.find_circular_dependencies(level);
+    found = entries.size();
+    benchmark::DoNotOptimize(entries);
+  }
+  memory.report(state);
+  state.counters["cycles"] = static_cast<double>(found);
+}
+
+void BM_CyclesComponent(benchmark::State& state) {
+  cycles(state, "component");
+}
+void BM_CyclesFile(benchmark::State& state) {
+  cycles(state, "file");
+}
+
+// The one statement of the file-level cycles, as that operation runs it, stepped through
+// by SQLite alone.
+void BM_CyclesFileStatement(benchmark::State& state) {
+  auto& repo = repository(scale_arg(state.range(0)));
+  const auto traced =
+      quarry::bench::trace_statements(repo.db(), [&] { repo.find_circular_dependencies("file"); });
+  if (traced.size() != 1) {
+    state.SkipWithError("the file-level cycles ran other than one statement");
+    return;
+  }
+  std::int64_t rows = 0;
+  PeakMemory memory;
+  for (auto _ : state)
+    rows = quarry::bench::step_through(repo.db(), traced.front().sql);
+  memory.report(state);
+  state.counters["rows"] = static_cast<double>(rows);
+}
+
+void scales(benchmark::internal::Benchmark* b) {
+  b->ArgName("scale")->DenseRange(0, 2)->Unit(benchmark::kMillisecond);
+}
+
+}  // namespace
+
+BENCHMARK(BM_CallersOf)
+    ->ArgNames({"scale", "ids"})
+    ->ArgsProduct({{0, 1, 2}, {1, 100, 5000}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ImpactFromHub)
+    ->ArgNames({"scale", "depth"})
+    ->ArgsProduct({{0, 1, 2}, {1, 5}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DeadCodeFirstPage)->Apply(scales);
+BENCHMARK(BM_DeadCodeLatePage)->Apply(scales);
+BENCHMARK(BM_CyclesComponent)->Apply(scales);
+BENCHMARK(BM_CyclesFile)->Apply(scales);
+BENCHMARK(BM_CyclesFileStatement)->Apply(scales);
+
+BENCHMARK_MAIN();
