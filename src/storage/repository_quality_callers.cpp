@@ -52,8 +52,7 @@ std::vector<Caller> QualityQueries::callers_of(const std::vector<std::int64_t>& 
             " AND f.language IN (" + languages + ") GROUP BY e.target_id, s.id) " + capped +
             "ORDER BY asked, place";
         Params params(chunk.begin(), chunk.end());
-        for (std::string_view language : SOURCE_LANGUAGES)
-          params.emplace_back(std::string(language));
+        append_texts(params, SOURCE_LANGUAGES);
         if (options.limit) params.emplace_back(*options.limit);
         for (const Row& row : db().fetchall(sql, params))
           found.push_back(to_caller(row));

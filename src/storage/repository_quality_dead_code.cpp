@@ -29,12 +29,21 @@ UnusedSymbol unused_symbol(const Row& row) {
 
 }  // namespace detail
 
+namespace {
+
+// The subquery finding one use of the candidate s from a file for which `files` holds.
+std::string use_of_candidate(const std::string& files) {
+  return fill_placeholder(fill_placeholder(detail::PRODUCTION_USE, "target", "s.id"), "production",
+                          files);
+}
+
+}  // namespace
+
 std::pair<std::string, Params> QualityQueries::dead_code_candidates(
     const std::string& production, const std::optional<std::string>& component) {
   // The candidate's own file must be production code; its predicate binds nothing.
   const std::string subject = sql_test_path_filter("f", true, "id").first;
-  const std::string production_use = fill_placeholder(
-      fill_placeholder(detail::PRODUCTION_USE, "target", "s.id"), "production", production);
+  const std::string production_use = use_of_candidate(production);
 
   std::vector<std::string> conditions{
       "f.language IN (" + placeholders(SOURCE_LANGUAGES.size()) + ")",
@@ -62,12 +71,9 @@ std::pair<std::string, Params> QualityQueries::dead_code_candidates(
   }
 
   Params params;
-  for (std::string_view language : SOURCE_LANGUAGES)
-    params.emplace_back(std::string(language));
-  for (std::string_view kind : detail::NOT_DEAD_CODE_KINDS)
-    params.emplace_back(std::string(kind));
-  for (std::string_view name : DEAD_CODE_ENTRY_NAMES)
-    params.emplace_back(std::string(name));
+  append_texts(params, SOURCE_LANGUAGES);
+  append_texts(params, detail::NOT_DEAD_CODE_KINDS);
+  append_texts(params, DEAD_CODE_ENTRY_NAMES);
   if (by_component) params.emplace_back(*component);
   return {std::move(candidates), std::move(params)};
 }
@@ -100,8 +106,7 @@ DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
              column;
     likely += column;
   }
-  const std::string tested = fill_placeholder(
-      fill_placeholder(detail::PRODUCTION_USE, "target", "s.id"), "production", test_use);
+  const std::string tested = use_of_candidate(test_use);
 
   const std::string sql = detail::DEAD_CODE_DATA +
                           "SELECT * FROM (SELECT s.fqn, s.name, s.kind, f.path, s.start_line, "

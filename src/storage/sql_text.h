@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "storage/database.h"
+
 namespace quarry {
 
 // The most values one statement binds for a list of ids or paths.
@@ -37,6 +39,14 @@ std::string json_string_array(const Strings& values) {
   }
   out += ']';
   return out;
+}
+
+// Appends each of `values` (strings) to `params` as a text value, in order: the lists
+// that the system binds as one placeholder per entry.
+template <typename Strings>
+void append_texts(std::vector<Value>& params, const Strings& values) {
+  for (std::string_view value : values)
+    params.emplace_back(std::string(value));
 }
 
 // Calls `visit` with consecutive chunks of at most `size` items of `items`, in order.
