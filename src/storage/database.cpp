@@ -2,8 +2,13 @@
 
 #include <sqlite3.h>
 
+#include <array>
+#include <cctype>
 #include <charconv>
+#include <cmath>
 #include <filesystem>
+#include <fstream>
+#include <stdexcept>
 #include <unordered_map>
 
 #include "utils/path_filter.h"
@@ -15,9 +20,24 @@ DatabaseError::DatabaseError(std::string path, std::string message)
       path_(std::move(path)),
       message_(std::move(message)) {}
 
+namespace {
+
+bool fits_int64(double value) {
+  // 2^63 is exact as a double; NaN fails both comparisons.
+  return value >= -9223372036854775808.0 && value < 9223372036854775808.0;
+}
+
+}  // namespace
+
 std::int64_t to_int(const Value& value) {
   if (const auto* i = std::get_if<std::int64_t>(&value)) return *i;
-  if (const auto* d = std::get_if<double>(&value)) return static_cast<std::int64_t>(*d);
+  if (const auto* d = std::get_if<double>(&value)) {
+    if (!fits_int64(*d)) {
+      throw std::range_error("the index holds a number outside the 64-bit integer range: " +
+                             to_text(value));
+    }
+    return static_cast<std::int64_t>(*d);
+  }
   if (const auto* s = std::get_if<std::string>(&value)) {
     // SQLite reads the longest leading integer of a text and 0 when there is none.
     std::int64_t out = 0;
@@ -43,6 +63,10 @@ std::string to_text(const Value& value) {
 
 std::optional<std::int64_t> to_optional_int(const Value& value) {
   if (is_null(value)) return std::nullopt;
+  // Where a value may be absent, one that fits no integer is read as absent.
+  if (const auto* d = std::get_if<double>(&value); d != nullptr && !fits_int64(*d)) {
+    return std::nullopt;
+  }
   return to_int(value);
 }
 
@@ -62,6 +86,52 @@ struct StatementDeleter {
 };
 using StatementPtr = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
 
+// The first bytes of an SQLite database file: its magic text and the two bytes that say
+// whether it is in WAL mode (2) or uses a rollback journal (1).
+constexpr std::string_view SQLITE_MAGIC{"SQLite format 3\0", 16};
+constexpr std::size_t WRITE_VERSION_OFFSET = 18;
+constexpr std::size_t READ_VERSION_OFFSET = 19;
+
+// The header of the database file at `path`, or nothing when it is shorter or unreadable.
+std::optional<std::array<unsigned char, 20>> read_header(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::array<unsigned char, 20> header{};
+  if (!in.read(reinterpret_cast<char*>(header.data()), header.size())) return std::nullopt;
+  return header;
+}
+
+bool is_wal_mode(const std::string& path) {
+  const auto header = read_header(path);
+  return header &&
+         std::string_view(reinterpret_cast<const char*>(header->data()), SQLITE_MAGIC.size()) ==
+             SQLITE_MAGIC &&
+         ((*header)[WRITE_VERSION_OFFSET] == 2 || (*header)[READ_VERSION_OFFSET] == 2);
+}
+
+std::string wal_advice(const std::string& path) {
+  return "the index is in WAL mode and its write-ahead log (" + path +
+         "-wal) still holds changes, which a reader could only see by creating files beside "
+         "it; merge them with write access (sqlite3 " +
+         path + " 'PRAGMA wal_checkpoint(TRUNCATE)') or run quarry index again";
+}
+
+// A file: URI naming `path` exactly, every byte outside the unreserved set escaped.
+std::string file_uri(const std::string& path) {
+  const std::string absolute = std::filesystem::absolute(path).string();
+  std::string uri = "file://";
+  constexpr std::string_view HEX = "0123456789ABCDEF";
+  for (const unsigned char c : absolute) {
+    if (std::isalnum(c) != 0 || c == '/' || c == '-' || c == '.' || c == '_' || c == '~') {
+      uri += static_cast<char>(c);
+    } else {
+      uri += '%';
+      uri += HEX[c >> 4];
+      uri += HEX[c & 15];
+    }
+  }
+  return uri;
+}
+
 }  // namespace
 
 struct Database::Impl {
@@ -77,7 +147,25 @@ struct Database::Impl {
 
   [[noreturn]] void fail(std::string_view fallback = "unknown error") const {
     const char* message = db != nullptr ? sqlite3_errmsg(db) : nullptr;
-    throw DatabaseError(path, message != nullptr ? message : std::string(fallback));
+    std::string text = message != nullptr ? message : std::string(fallback);
+    // SQLite's words for these say what it tried, not what is wrong with the file.
+    switch (db != nullptr ? sqlite3_extended_errcode(db) : SQLITE_OK) {
+      case SQLITE_READONLY_ROLLBACK:
+        text = "the index has a hot journal (" + path +
+               "-journal) left by a writer that did not finish, and a reader may not roll it "
+               "back; open it once with write access (sqlite3 " +
+               path + " 'PRAGMA quick_check') or run quarry index again";
+        break;
+      case SQLITE_READONLY_RECOVERY:
+      case SQLITE_READONLY_CANTINIT:
+      case SQLITE_READONLY_CANTLOCK:
+      case SQLITE_CANTOPEN:
+        if (is_wal_mode(path)) text = wal_advice(path);
+        break;
+      default:
+        break;
+    }
+    throw DatabaseError(path, text);
   }
 
   sqlite3_stmt* prepare(std::string_view sql) {
@@ -121,12 +209,15 @@ struct Database::Impl {
     }
   }
 
-  static Value column(sqlite3_stmt* stmt, int i) {
+  Value column(sqlite3_stmt* stmt, int i) {
     switch (sqlite3_column_type(stmt, i)) {
       case SQLITE_INTEGER:
         return Value{static_cast<std::int64_t>(sqlite3_column_int64(stmt, i))};
-      case SQLITE_FLOAT:
-        return Value{sqlite3_column_double(stmt, i)};
+      case SQLITE_FLOAT: {
+        const double value = sqlite3_column_double(stmt, i);
+        if (fits_int64(value) || !declared_integer(stmt, i)) return Value{value};
+        return out_of_range(stmt, i, value);
+      }
       case SQLITE_NULL:
         return Value{};
       default: {
@@ -136,6 +227,46 @@ struct Database::Impl {
                                      : std::string()};
       }
     }
+  }
+
+  static bool declared_integer(sqlite3_stmt* stmt, int i) {
+    const char* type = sqlite3_column_decltype(stmt, i);
+    return type != nullptr && sqlite3_stricmp(type, "INTEGER") == 0;
+  }
+
+  // A REAL too large for the INTEGER column it was read from (a foreign writer put it
+  // there): NULL where the column may be NULL, else an error naming table, column and row.
+  Value out_of_range(sqlite3_stmt* stmt, int i, double value) {
+    const char* table = sqlite3_column_table_name(stmt, i);
+    const char* name = sqlite3_column_origin_name(stmt, i);
+    const std::string shown = to_text(Value{value});
+    if (table == nullptr || name == nullptr) {
+      throw DatabaseError(path, shown + " is outside the 64-bit integer range");
+    }
+    int not_null = 0;
+    sqlite3_table_column_metadata(db, sqlite3_column_database_name(stmt, i), table, name, nullptr,
+                                  nullptr, &not_null, nullptr, nullptr);
+    if (not_null == 0) return Value{};
+    std::string where = "table '" + std::string(table) + "', column '" + name + "'";
+    // Find the row only now: this is the error path.
+    const std::string find =
+        "SELECT rowid FROM " + quoted(table) + " WHERE " + quoted(name) + " = ?1 LIMIT 1";
+    sqlite3_stmt* raw = nullptr;
+    if (sqlite3_prepare_v2(db, find.c_str(), -1, &raw, nullptr) == SQLITE_OK) {
+      StatementPtr lookup(raw);
+      sqlite3_bind_double(raw, 1, value);
+      if (sqlite3_step(raw) == SQLITE_ROW) {
+        where += ", row " + std::to_string(sqlite3_column_int64(raw, 0));
+      }
+    }
+    throw DatabaseError(path, where + ": " + shown + " is outside the 64-bit integer range");
+  }
+
+  static std::string quoted(std::string_view identifier) {
+    std::string text = "\"";
+    for (char c : identifier)
+      text += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return text + '"';
   }
 
   // Runs a statement and collects at most `max_rows` rows (0: all).
@@ -170,10 +301,12 @@ struct Database::Impl {
 namespace {
 
 // Opens a connection with the facade's settings; flags decide read-only or writable.
-std::unique_ptr<Database::Impl> connect(const std::string& path, int flags) {
+// `name` is what SQLite opens (the path, or a URI for it); errors name `path`.
+std::unique_ptr<Database::Impl> connect(const std::string& path, const std::string& name,
+                                        int flags) {
   auto impl = std::make_unique<Database::Impl>();
   impl->path = path;
-  const int rc = sqlite3_open_v2(path.c_str(), &impl->db, flags, nullptr);
+  const int rc = sqlite3_open_v2(name.c_str(), &impl->db, flags, nullptr);
   if (rc != SQLITE_OK) impl->fail("cannot open database");
   sqlite3_extended_result_codes(impl->db, 1);
   // Another process may be writing a fresh index beside us; wait for it briefly.
@@ -190,18 +323,36 @@ Database& Database::operator=(Database&&) noexcept = default;
 Database::~Database() = default;
 
 Database Database::open_readonly(const std::string& path) {
+  namespace fs = std::filesystem;
   std::error_code ec;
-  const auto status = std::filesystem::status(path, ec);
-  if (!std::filesystem::exists(status)) throw DatabaseError(path, "no such file");
-  if (!std::filesystem::is_regular_file(status)) throw DatabaseError(path, "not a regular file");
-  Database db(connect(path, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX));
+  const auto status = fs::status(path, ec);
+  if (!fs::exists(status)) throw DatabaseError(path, "no such file");
+  if (!fs::is_regular_file(status)) throw DatabaseError(path, "not a regular file");
+  // A reader of a WAL-mode database creates "-shm" and "-wal" files beside it, and cannot
+  // open it at all where the directory is not writable. With no log pending, the file alone
+  // holds the whole database: read it as immutable, which creates and locks nothing (quarry
+  // replaces an index by renaming a new file over it, never by writing into it). A log that
+  // still holds changes can only be read through those files, so it is refused.
+  int flags = SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
+  std::string name = path;
+  if (is_wal_mode(path)) {
+    const auto log_size = fs::file_size(path + "-wal", ec);
+    const bool pending = !ec && log_size > 0;
+    if (pending && !fs::exists(path + "-shm", ec)) throw DatabaseError(path, wal_advice(path));
+    if (!pending) {
+      flags |= SQLITE_OPEN_URI;
+      name = file_uri(path) + "?immutable=1";
+    }
+  }
+  Database db(connect(path, name, flags));
   // SQLite reads the header lazily; touch the schema now so that a foreign file fails here.
   db.fetchall("SELECT count(*) FROM sqlite_master");
   return db;
 }
 
 Database Database::open_writable(const std::string& path) {
-  return Database(connect(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX));
+  return Database(
+      connect(path, path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX));
 }
 
 std::vector<Row> Database::fetchall(std::string_view sql, const Params& params) {

@@ -40,18 +40,23 @@ class DatabaseError : public std::runtime_error {
 };
 
 // Conversions of a row value, following SQLite's own rules: NULL reads as 0 or "",
-// a real is truncated to an integer, a number reads as its decimal text.
+// a real is truncated to an integer, a number reads as its decimal text. A real outside
+// the 64-bit range throws std::range_error (a row read from an INTEGER column never holds
+// one: the row is NULL there, or the read fails naming table, column and row).
 std::int64_t to_int(const Value& value);
 std::string to_text(const Value& value);
-// NULL reads as nothing; any other value as to_int.
+// NULL, and a real outside the 64-bit range, read as nothing; any other value as to_int.
 std::optional<std::int64_t> to_optional_int(const Value& value);
 bool is_null(const Value& value);
 
 class Database {
  public:
   // Opens an existing database file for reading only (SQLITE_OPEN_READONLY). The name is
-  // taken literally, never as a URI. Throws DatabaseError when the file does not exist, is
-  // not a regular file, or is not an SQLite database.
+  // taken literally, never as a URI. Creates no file beside it: a database in WAL mode
+  // whose log is empty is read as immutable. Throws DatabaseError when the file does not
+  // exist, is not a regular file, is not an SQLite database, or can only be read by
+  // writing (a hot journal to roll back, a WAL log that still holds changes); the message
+  // says what to do.
   static Database open_readonly(const std::string& path);
 
   // Opens (creating if missing) a database file for writing. Only code that builds an
