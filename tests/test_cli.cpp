@@ -1,9 +1,15 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <nlohmann/json.hpp>
 
 #include <fstream>
+#include <set>
 #include <sstream>
+
+extern char** environ;
 
 #include "test_index.h"
 
@@ -46,8 +52,17 @@ TEST_F(CliTest, ErrorsExitWithTheirStatusAndOneLine) {
       {{"--db", db, "callers", "no.such.symbol"}, 1, "no symbol named 'no.such.symbol'"},
       {{"--db", db, "callers", "12", "--limit", "-1"}, 2, "--limit"},
       {{"--db", db, "callers", "12", "--limit", "3x"}, 2, "'3x'"},
-      {{"--db", db, "callers", "99999999999999999999"}, 2, "SYMBOL"},
       {{"--db", db, "callers"}, 2, "SYMBOL"},
+      // A missing or empty value is a usage error, whichever command and however written.
+      {{"--db=", db, "stats"}, 2, "--db needs a value"},
+      {{"--db", "", "stats"}, 2, "--db needs a value"},
+      {{"--db", db, "callers", "12", "--limit="}, 2, "--limit needs a value"},
+      {{"--db", db, "callers", "12", "--limit", ""}, 2, "--limit needs a value"},
+      {{"--db", db, "impact", "shop.cart.Cart.total", "--depth", ""}, 2, "--depth"},
+      {{"--db", db, "dead-code", "--component="}, 2, "--component"},
+      {{"index", "--max-file-size", "4X", "."}, 2, "--max-file-size takes a size"},
+      // Names from the user or the index reach the terminal escaped.
+      {{"--db", db, "callers", "evil\x1b]0;owned\x07"}, 1, "'evil\\x1b]0;owned\\x07'"},
       {{"--db", db, "frobnicate"}, 2, "unknown command 'frobnicate'"},
       {{"--db", db, "stats", "--bogus"}, 2, "--bogus"},
   };
@@ -59,6 +74,100 @@ TEST_F(CliTest, ErrorsExitWithTheirStatusAndOneLine) {
     EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
   }
   std::filesystem::remove(not_sqlite);
+}
+
+TEST_F(CliTest, AnIdBeyondTheIntegerRangeMatchesNoSymbol) {
+  const Result r = run({"--db", db, "callers", "99999999999999999999", "12"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_TRUE(r.out.starts_with("#99999999999999999999: no proven callers\n")) << r.out;
+  EXPECT_TRUE(r.out.ends_with("2 callers of 2 symbols\n")) << r.out;
+  EXPECT_EQ(
+      nlohmann::json::parse(run({"--db", db, "callers", "--json", "99999999999999999999"}).out),
+      nlohmann::json::array());
+}
+
+// Control characters in an index's names would drive the terminal: text shows them as
+// escapes, JSON carries them exactly.
+TEST_F(CliTest, TextEscapesControlCharactersAndJsonKeepsThem) {
+  const std::string path = "pkg/\x1b]0;owned\x07\r.py";
+  const std::string name = "f\x1b[2J\xc2\x9b\xe2\x80\xae\xff";
+  testing::TestIndex index;
+  const auto component = index.component("pkg\x1b[31m");
+  const auto a = index.file(path, "python", component);
+  const auto b = index.file("pkg/b.py", "python", index.component("other"));
+  const auto f = index.symbol(a, name, "function", "pkg." + name, 3);
+  const auto g = index.symbol(b, "g", "function", "pkg.b.g", 1);
+  index.edge(g, f, "call", "exact", 2);
+  index.edge(f, g, "call", "exact", 4);
+  index.close();
+  const std::string escaped_path = "pkg/\\x1b]0;owned\\x07\\x0d.py";
+  const std::string escaped_name = "f\\x1b[2J\\u{9b}\\u{202e}\\xff";
+  const std::vector<std::vector<std::string>> commands = {
+      {"callers", std::to_string(f)},
+      {"callers", std::to_string(g)},
+      {"impact", "pkg.b.g"},
+      {"dead-code", "--limit", "5"},
+      {"cycles"},
+      {"cycles", "--level", "file"},
+  };
+  bool saw_path = false, saw_name = false;
+  for (auto args : commands) {
+    args.insert(args.begin(), {"--db", index.path()});
+    const Result r = run(args);
+    ASSERT_EQ(r.status, 0) << args[2] << r.err;
+    for (const char raw : {'\x1b', '\x07', '\r', '\xff'})
+      EXPECT_EQ(r.out.find(raw), std::string::npos) << args[2] << ": " << r.out;
+    EXPECT_EQ(r.out.find("\xe2\x80\xae"), std::string::npos) << r.out;
+    saw_path = saw_path || r.out.find(escaped_path) != std::string::npos;
+    saw_name = saw_name || r.out.find(escaped_name) != std::string::npos;
+  }
+  EXPECT_TRUE(saw_path && saw_name);
+  const Result json = run({"--db", index.path(), "--json", "callers", std::to_string(g)});
+  EXPECT_EQ(nlohmann::json::parse(json.out)[0]["path"], path);
+}
+
+// Runs the quarry program with its standard output on `stdout_fd`; returns its exit status
+// and what it wrote on standard error.
+std::pair<int, std::string> run_program_to(std::vector<std::string> args, int stdout_fd) {
+  args.insert(args.begin(), QUARRY_BINARY);
+  std::vector<char*> argv;
+  for (auto& arg : args)
+    argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  const std::string err_path =
+      ::testing::TempDir() + "quarry_cli_stderr_" + std::to_string(getpid());
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, stdout_fd, STDOUT_FILENO);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err_path.c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  pid_t pid = 0;
+  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (spawned != 0) return {-1, "cannot start quarry"};
+  int status = 0;
+  waitpid(pid, &status, 0);
+  std::string err = testing::file_bytes(err_path);
+  std::filesystem::remove(err_path);
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), err};
+}
+
+TEST_F(CliTest, OutputThatCannotBeWrittenIsAnErrorButAClosedPipeIsNot) {
+  const std::vector<std::string> args{"--db", db, "dead-code", "--json"};
+  const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(full, 0);
+  const auto [full_status, full_err] = run_program_to(args, full);
+  close(full);
+  EXPECT_EQ(full_status, 1);
+  EXPECT_EQ(full_err, "quarry: error: cannot write the output: No space left on device\n");
+
+  int fds[2];
+  ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
+  close(fds[0]);  // the reader is gone before anything is written
+  const auto [pipe_status, pipe_err] = run_program_to(args, fds[1]);
+  close(fds[1]);
+  EXPECT_EQ(pipe_status, 0);
+  EXPECT_EQ(pipe_err, "");
 }
 
 TEST_F(CliTest, CallersJsonHasTheContractKeysInOrder) {
@@ -89,20 +198,52 @@ TEST_F(CliTest, TextNamesCallSitesAsPathAndLine) {
   EXPECT_EQ(r.out.find("\x1b["), std::string::npos);
 }
 
-TEST_F(CliTest, QueriesLeaveTheIndexUnchanged) {
-  const std::string before = testing::file_bytes(db);
+// Every query command, on an index in WAL mode or not, in a writable directory or not:
+// neither the index's bytes nor the directory's listing change.
+TEST_F(CliTest, QueriesWriteNothing) {
   const std::vector<std::vector<std::string>> commands = {
       {"stats"},
       {"stats", "--json"},
       {"callers", "12", "13"},
-      {"callers", "--guessed", "21"},
-      {"callers", "shop.cart.checkout", "--json", "--limit", "0"}};
-  for (auto args : commands) {
-    args.insert(args.begin(), {"--db", db});
-    EXPECT_EQ(run(args).status, 0);
-    EXPECT_EQ(testing::file_bytes(db), before);
+      {"callers", "--guessed", "21", "--json"},
+      {"impact", "shop.cart.Cart.total", "--depth", "5"},
+      {"impact", "shop.cart.Cart.total", "--json", "--include-tests"},
+      {"dead-code"},
+      {"dead-code", "--json", "--limit", "2"},
+      {"cycles"},
+      {"cycles", "--level", "file", "--json"},
+      {"cycles", "--format", "dot"}};
+  for (const bool wal : {false, true}) {
+    for (const bool read_only : {false, true}) {
+      const std::filesystem::path dir = ::testing::TempDir() + "quarry_cli_dir_" +
+                                        std::to_string(getpid()) + (wal ? "_wal" : "") +
+                                        (read_only ? "_ro" : "");
+      std::filesystem::create_directories(dir);
+      const std::string index = (dir / "index.db").string();
+      std::filesystem::copy_file(db, index, std::filesystem::copy_options::overwrite_existing);
+      if (wal) Database::open_writable(index).execute("PRAGMA journal_mode = WAL");
+      const auto listing = [&] {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(dir))
+          names.insert(entry.path().filename().string());
+        return names;
+      };
+      const auto names = listing();
+      const std::string bytes = testing::file_bytes(index);
+      if (read_only)
+        std::filesystem::permissions(
+            dir, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+      for (auto args : commands) {
+        args.insert(args.begin(), {"--db", index});
+        const Result r = run(args);
+        EXPECT_EQ(r.status, 0) << args[2] << (wal ? " wal" : "") << ": " << r.err;
+        EXPECT_EQ(listing(), names) << args[2] << (wal ? " wal" : "");
+        EXPECT_EQ(testing::file_bytes(index), bytes) << args[2];
+      }
+      std::filesystem::permissions(dir, std::filesystem::perms::owner_all);
+      std::filesystem::remove_all(dir);
+    }
   }
-  EXPECT_FALSE(std::filesystem::exists(db + "-journal"));
 }
 
 }  // namespace

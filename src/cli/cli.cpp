@@ -1,10 +1,20 @@
 #include "cli/cli.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <new>
 #include <ostream>
 
 #include "cli/command.h"
+#include "cli/output.h"
+#include "storage/database.h"
 
 #ifndef QUARRY_VERSION
 #define QUARRY_VERSION "0.0.0"
@@ -14,12 +24,36 @@ namespace quarry::cli {
 
 namespace {
 
-// Errors are printed as one line, whatever the message holds.
-void print_error(std::ostream& err, std::string message) {
+// Errors are printed as one line, whatever the message holds, and safe for a terminal:
+// messages name files and values that come from the user or the index.
+void print_error(std::ostream& err, std::string message, std::string_view kind = "error") {
   std::replace(message.begin(), message.end(), '\n', ' ');
   while (!message.empty() && message.back() == ' ')
     message.pop_back();
-  err << "quarry: error: " << message << '\n';
+  err << "quarry: " << kind << ": " << printable(message) << '\n';
+}
+
+// "--db=" with nothing after the sign: CLI11 would take the next argument as its value.
+void reject_empty_assignments(const std::vector<std::string>& args) {
+  for (std::size_t i = 1; i < args.size(); ++i) {
+    if (args[i] == "--") return;
+    if (args[i].starts_with("--") && args[i].size() > 3 && args[i].back() == '=' &&
+        args[i].find('=') == args[i].size() - 1) {
+      throw UsageError(args[i].substr(0, args[i].size() - 1) + " needs a value");
+    }
+  }
+}
+
+// Every option or argument that takes a value and was given one got a non-empty one.
+void reject_empty_values(const CLI::App& app) {
+  for (const CLI::Option* option : app.get_options()) {
+    if (option->get_type_size_min() == 0) continue;  // a flag
+    for (const std::string& value : option->results()) {
+      if (value.empty()) throw UsageError(option->get_name() + " needs a value, not ''");
+    }
+  }
+  for (const CLI::App* command : app.get_subcommands())
+    reject_empty_values(*command);
 }
 
 }  // namespace
@@ -66,9 +100,11 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   add_cycles_command(app, context);
 
   try {
+    reject_empty_assignments(args);
     std::vector<std::string> reversed(args.rbegin(), args.rend());
     if (!reversed.empty()) reversed.pop_back();  // the program name
     app.parse(reversed);
+    reject_empty_values(app);
     context.db_given = db_option->count() > 0;
     if (context.action) context.action();
     return 0;
@@ -87,11 +123,41 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   } catch (const UsageError& error) {
     print_error(err, error.what());
     return 2;
-  } catch (const std::exception& error) {
-    // An index that cannot be used, a failed statement, a name that matches nothing.
+  } catch (const std::runtime_error& error) {
+    // An index that cannot be used, a failed statement, a name that matches nothing, a
+    // file or directory that cannot be read or written.
     print_error(err, error.what());
     return 1;
+  } catch (const std::invalid_argument& error) {
+    print_error(err, error.what());
+    return 1;
+  } catch (const std::bad_alloc&) {
+    print_error(err, "out of memory");
+    return 1;
+  } catch (const std::exception& error) {
+    print_error(err, error.what(), "internal error");
+    return 1;
+  } catch (...) {
+    print_error(err, "unknown exception", "internal error");
+    return 1;
   }
+}
+
+int run_main(int argc, char** argv) {
+  // A closed pipe is reported by write() as EPIPE and handled below, rather than ending
+  // the process with SIGPIPE.
+  std::signal(SIGPIPE, SIG_IGN);
+  const char* no_color = std::getenv("NO_COLOR");
+  const bool colour = isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0');
+  DescriptorOutput buffer(STDOUT_FILENO);
+  std::ostream out(&buffer);
+  const int status = run(std::vector<std::string>(argv, argv + argc), out, std::cerr, colour);
+  out.flush();
+  if (buffer.error() == 0) return status;
+  // The reader stopped early (`| head`): nothing is lost that anyone wanted.
+  if (buffer.error() == EPIPE) return status;
+  print_error(std::cerr, std::string("cannot write the output: ") + std::strerror(buffer.error()));
+  return 1;
 }
 
 }  // namespace quarry::cli

@@ -1,6 +1,8 @@
 // quarry callers SYMBOL... [--guessed] [--limit N]
+#include <charconv>
 #include <map>
 #include <ostream>
+#include <set>
 
 #include "cli/command.h"
 #include "cli/output.h"
@@ -15,10 +17,12 @@ struct CallersArgs {
   std::string limit;
 };
 
-// One asked symbol: its id and how to show it.
+// One asked symbol: its id (none for an id beyond the 64-bit range, which matches no
+// symbol) and how to show it.
 struct Asked {
-  std::int64_t id;
+  std::optional<std::int64_t> id;
   std::string label;
+  bool found = true;
 };
 
 // Resolves each SYMBOL: decimal digits are an id, anything else a fully qualified name.
@@ -28,9 +32,14 @@ std::vector<Asked> resolve(Repository& repo, const std::vector<std::string>& sym
     const bool is_id =
         !symbol.empty() && symbol.find_first_not_of("0123456789") == std::string::npos;
     if (is_id) {
-      const std::int64_t id = parse_integer("SYMBOL", symbol, true);
+      std::int64_t id = 0;
+      const auto [end, error] = std::from_chars(symbol.data(), symbol.data() + symbol.size(), id);
+      if (error != std::errc()) {
+        asked.push_back({std::nullopt, "#" + symbol, false});
+        continue;
+      }
       const auto found = repo.get_symbol_by_id(id);
-      asked.push_back({id, found ? found->fqn : "#" + symbol});
+      asked.push_back({id, found ? found->fqn : "#" + symbol, found.has_value()});
       continue;
     }
     const auto found = repo.get_symbol_by_fqn(symbol);
@@ -64,12 +73,15 @@ void print_text(std::ostream& out, bool colour, const std::vector<Asked>& asked,
   for (const Caller& c : callers)
     by_symbol[c.of].push_back(&c);
 
-  std::map<std::int64_t, bool> shown;
+  std::set<std::string> shown;
   for (const Asked& a : asked) {
-    if (shown[a.id]) continue;
-    shown[a.id] = true;
-    const auto& found = by_symbol[a.id];
-    std::string heading = bold(a.label, colour) + dim(" #" + std::to_string(a.id), colour) + ": ";
+    // Each symbol once, however often it was asked for (an id out of range by its digits).
+    if (!shown.insert(a.id ? std::to_string(*a.id) : a.label).second) continue;
+    const auto& found = a.id ? by_symbol[*a.id] : std::vector<const Caller*>{};
+    // A symbol that is not in the index is shown by its id alone.
+    std::string heading = bold(printable(a.label), colour);
+    if (a.found) heading += dim(" #" + std::to_string(*a.id), colour);
+    heading += ": ";
     if (found.empty()) {
       out << heading << "no " << kind << " callers\n";
       continue;
@@ -98,16 +110,18 @@ void add_callers_command(CLI::App& app, Context& context) {
   CLI::App* command = app.add_subcommand("callers", "List the callers of one or more symbols");
   command->add_option("SYMBOL", args->symbols, "A symbol id or fully qualified name")->required();
   command->add_flag("--guessed", args->guessed, "Guessed callers instead of proven ones");
-  command->add_option("--limit", args->limit, "At most N callers per symbol");
-  command->callback([&context, args] {
-    context.action = [&context, args] {
+  const CLI::Option* limit_option =
+      command->add_option("--limit", args->limit, "At most N callers per symbol");
+  command->callback([&context, args, limit_option] {
+    context.action = [&context, args, limit_option] {
       std::optional<std::int64_t> limit;
-      if (!args->limit.empty()) limit = parse_integer("--limit", args->limit, true);
+      if (limit_option->count() > 0) limit = parse_integer("--limit", args->limit, true);
       auto repo = context.open_repository();
       const std::vector<Asked> asked = resolve(*repo, args->symbols);
       std::vector<std::int64_t> ids;
-      for (const Asked& a : asked)
-        ids.push_back(a.id);
+      for (const Asked& a : asked) {
+        if (a.id) ids.push_back(*a.id);
+      }
       const auto callers = repo->callers_of(ids, {.guessed = args->guessed, .limit = limit});
       if (context.json) {
         print_json(*context.out, to_json(callers));

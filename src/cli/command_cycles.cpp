@@ -57,8 +57,8 @@ void print_text(std::ostream& out, bool colour, const std::vector<CycleComponent
                 colour)
         << '\n';
     for (const std::string& node : c.nodes)
-      out << "  " << node << '\n';
-    out << "  " << dim("shortest:", colour) << ' ' << joined(c.cycle, " -> ") << "\n\n";
+      out << "  " << printable(node) << '\n';
+    out << "  " << dim("shortest:", colour) << ' ' << printable(joined(c.cycle, " -> ")) << "\n\n";
   }
   out << summary(cycles, level) << '\n';
 }
@@ -72,33 +72,14 @@ std::string dot_text(std::string_view text) {
   std::string out;
   out.reserve(text.size() + 2);
   for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = utf8_length(text, i);
     const auto byte = static_cast<unsigned char>(text[i]);
-    if (byte < 0x80) {
-      if (byte < 0x20 || byte == 0x7F) {
-        out += REPLACEMENT;
-      } else {
-        if (byte == '"' || byte == '\\') out += '\\';
-        out += static_cast<char>(byte);
-      }
-      ++i;
-      continue;
-    }
-    // A multi-byte sequence: its lead byte gives its length; reject overlong forms,
-    // surrogates and code points past U+10FFFF.
-    const std::size_t length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 0;
-    bool valid = length != 0 && byte >= 0xC2 && byte <= 0xF4 && i + length <= text.size();
-    for (std::size_t k = 1; valid && k < length; ++k)
-      valid = (static_cast<unsigned char>(text[i + k]) & 0xC0) == 0x80;
-    if (valid && length >= 3) {
-      const auto second = static_cast<unsigned char>(text[i + 1]);
-      valid = !(byte == 0xE0 && second < 0xA0) && !(byte == 0xED && second >= 0xA0) &&
-              !(byte == 0xF0 && second < 0x90) && !(byte == 0xF4 && second >= 0x90);
-    }
-    if (!valid) {
+    if (length == 0 || (length == 1 && (byte < 0x20 || byte == 0x7F))) {
       out += REPLACEMENT;
       ++i;
       continue;
     }
+    if (byte == '"' || byte == '\\') out += '\\';
     out.append(text.substr(i, length));
     i += length;
   }

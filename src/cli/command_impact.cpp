@@ -77,12 +77,13 @@ void print_list(std::ostream& out, bool colour, std::string_view title,
                 const std::vector<std::string>& items) {
   out << bold(title, colour) << (items.empty() ? ": none\n" : "\n");
   for (const std::string& item : items)
-    out << "  " << item << '\n';
+    out << "  " << printable(item) << '\n';
 }
 
 void print_text(std::ostream& out, bool colour, const ImpactAnalysis& analysis, bool found) {
-  if (!found) out << "no symbol named '" << analysis.fqn << "'\n";
-  out << bold(analysis.fqn, colour) << ": impact score " << score_text(analysis.impact_score)
+  if (!found) out << "no symbol named '" << printable(analysis.fqn) << "'\n";
+  out << bold(printable(analysis.fqn), colour) << ": impact score "
+      << score_text(analysis.impact_score)
       << dim(" (callers up to depth " + std::to_string(analysis.depth) + ")", colour) << '\n';
   print_callers(out, colour, "Direct callers", analysis.direct_callers, false);
   print_callers(out, colour, "Transitive callers", analysis.transitive_callers, true);
@@ -103,13 +104,13 @@ void add_impact_command(CLI::App& app, Context& context) {
   auto args = std::make_shared<ImpactArgs>();
   CLI::App* command = app.add_subcommand("impact", "Show what changing a symbol would affect");
   command->add_option("FQN", args->fqn, "The fully qualified name of the symbol")->required();
-  command->add_option("--depth", args->depth,
-                      "How many levels of callers to walk (default 3, held to 1..5)");
+  const CLI::Option* depth_option = command->add_option(
+      "--depth", args->depth, "How many levels of callers to walk (default 3, held to 1..5)");
   command->add_flag("--include-tests", args->include_tests, "Walk and list callers in test files");
-  command->callback([&context, args] {
-    context.action = [&context, args] {
+  command->callback([&context, args, depth_option] {
+    context.action = [&context, args, depth_option] {
       const std::int64_t depth =
-          args->depth.empty() ? DEFAULT_DEPTH : parse_integer("--depth", args->depth, false);
+          depth_option->count() == 0 ? DEFAULT_DEPTH : parse_integer("--depth", args->depth, false);
       auto repo = context.open_repository();
       const ImpactAnalysis analysis = repo->analyze_impact(args->fqn, depth, args->include_tests);
       if (context.json) {

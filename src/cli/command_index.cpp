@@ -1,8 +1,11 @@
 // quarry index [DIR]
 #include <unistd.h>
 
+#include <cctype>
+#include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <iomanip>
 #include <iostream>
 #include <ostream>
@@ -24,21 +27,54 @@ void draw_progress(std::size_t done, std::size_t total, double seconds) {
             << done << "/" << total << " files  " << std::lround(rate) << " files/s" << std::flush;
 }
 
+// A size in bytes: decimal digits, optionally followed by K, M or G (powers of 1024).
+std::uintmax_t parse_size(std::string_view option, const std::string& text) {
+  std::string digits = text;
+  std::uintmax_t unit = 1;
+  if (!digits.empty()) {
+    const char suffix = static_cast<char>(std::toupper(static_cast<unsigned char>(digits.back())));
+    const std::string_view units = "KMG";
+    if (const auto k = units.find(suffix); k != std::string_view::npos) {
+      unit = std::uintmax_t{1} << (10 * (k + 1));
+      digits.pop_back();
+    }
+  }
+  std::uintmax_t count = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), count);
+  if (digits.empty() || error != std::errc() || end != digits.data() + digits.size() ||
+      count > UINTMAX_MAX / unit) {
+    throw UsageError(std::string(option) + " takes a size such as 4M or 500K, not '" + text + "'");
+  }
+  return static_cast<std::uintmax_t>(count) * unit;
+}
+
 }  // namespace
 
 void add_index_command(CLI::App& app, Context& context) {
   auto dir = std::make_shared<std::string>(".");
+  auto max_file_size =
+      std::make_shared<std::string>(std::to_string(indexer::DEFAULT_MAX_FILE_SIZE >> 20) + "M");
   CLI::App* command =
       app.add_subcommand("index", "Build the index of a repository (default DIR/.quarry/index.db)");
   command->add_option("DIR", *dir, "The repository to index")->capture_default_str();
-  command->callback([&context, dir] {
-    context.action = [&context, dir] {
+  command
+      ->add_option("--max-file-size", *max_file_size,
+                   "Leave out (with a warning) source files larger than this: bytes, or with K, "
+                   "M or G; 0 for no limit")
+      ->capture_default_str();
+  command->callback([&context, dir, max_file_size] {
+    context.action = [&context, dir, max_file_size] {
       std::error_code ec;
       if (!std::filesystem::is_directory(*dir, ec)) {
         throw UsageError("DIR '" + *dir + "' is not a directory");
       }
       indexer::IndexOptions options;
       options.root = *dir;
+      options.max_file_size = parse_size("--max-file-size", *max_file_size);
+      options.waiting = [&options] {
+        std::cerr << "quarry: waiting for another quarry index run on "
+                  << printable(options.db_path) << " to end\n";
+      };
       options.db_path =
           context.db_given
               ? context.db_path
@@ -55,7 +91,7 @@ void add_index_command(CLI::App& app, Context& context) {
       const auto summary = indexer::build_index(options);
       if (terminal) std::cerr << "\r\x1b[K" << std::flush;
       for (const std::string& warning : summary.warnings) {
-        std::cerr << "quarry: warning: " << warning << '\n';
+        std::cerr << "quarry: warning: " << printable(warning) << '\n';
       }
       if (context.json) {
         print_json(*context.out, Json{{"db", options.db_path},
@@ -77,7 +113,7 @@ void add_index_command(CLI::App& app, Context& context) {
                    << count_of(static_cast<std::int64_t>(summary.pending_references),
                                "pending reference", "pending references")
                    << " in " << std::fixed << std::setprecision(2) << summary.seconds << " s -> "
-                   << options.db_path << '\n';
+                   << printable(options.db_path) << '\n';
     };
   });
 }

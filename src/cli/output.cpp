@@ -1,6 +1,9 @@
 #include "cli/output.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <ostream>
 
 namespace quarry::cli {
@@ -21,7 +24,108 @@ void print_json(std::ostream& out, const Json& document) {
 }
 
 std::string location(std::string_view path, std::int64_t line) {
-  return std::string(path) + ":" + std::to_string(line);
+  return printable(path) + ":" + std::to_string(line);
+}
+
+std::size_t utf8_length(std::string_view text, std::size_t i) {
+  const auto byte = static_cast<unsigned char>(text[i]);
+  if (byte < 0x80) return 1;
+  // The lead byte gives the length; reject overlong forms, surrogates and code points
+  // past U+10FFFF.
+  const std::size_t length = byte >= 0xF0 ? 4 : byte >= 0xE0 ? 3 : byte >= 0xC0 ? 2 : 0;
+  if (length == 0 || byte < 0xC2 || byte > 0xF4 || i + length > text.size()) return 0;
+  for (std::size_t k = 1; k < length; ++k) {
+    if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return 0;
+  }
+  const auto second = static_cast<unsigned char>(text[i + 1]);
+  if ((byte == 0xE0 && second < 0xA0) || (byte == 0xED && second >= 0xA0) ||
+      (byte == 0xF0 && second < 0x90) || (byte == 0xF4 && second >= 0x90)) {
+    return 0;
+  }
+  return length;
+}
+
+std::string printable(std::string_view text) {
+  static constexpr std::string_view HEX = "0123456789abcdef";
+  std::string out;
+  out.reserve(text.size());
+  auto escape_byte = [&](unsigned char byte) {
+    out += "\\x";
+    out += HEX[byte >> 4];
+    out += HEX[byte & 15];
+  };
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = utf8_length(text, i);
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (length == 0 || (length == 1 && (byte < 0x20 || byte == 0x7F))) {
+      escape_byte(byte);
+      ++i;
+      continue;
+    }
+    const std::string_view sequence = text.substr(i, length);
+    i += length;
+    // C1 controls, U+0080..U+009F: C2 80..C2 9F.
+    if (length == 2 && byte == 0xC2 && static_cast<unsigned char>(sequence[1]) < 0xA0) {
+      out += "\\u{" + std::string(1, HEX[(sequence[1] >> 4) & 15]) + HEX[sequence[1] & 15] + "}";
+      continue;
+    }
+    // Bidirectional controls: U+200E, U+200F, U+202A..U+202E, U+2066..U+2069 (E2 80 8E,
+    // E2 80 8F, E2 80 AA..AE, E2 81 A6..A9).
+    if (length == 3 && byte == 0xE2) {
+      const auto second = static_cast<unsigned char>(sequence[1]);
+      const auto third = static_cast<unsigned char>(sequence[2]);
+      const bool bidi = (second == 0x80 &&
+                         (third == 0x8E || third == 0x8F || (third >= 0xAA && third <= 0xAE))) ||
+                        (second == 0x81 && third >= 0xA6 && third <= 0xA9);
+      if (bidi) {
+        const unsigned code = ((byte & 0x0Fu) << 12) | ((second & 0x3Fu) << 6) | (third & 0x3Fu);
+        out += "\\u{";
+        for (int shift = 12; shift >= 0; shift -= 4)
+          out += HEX[(code >> shift) & 15];
+        out += '}';
+        continue;
+      }
+    }
+    out.append(sequence);
+  }
+  return out;
+}
+
+DescriptorOutput::DescriptorOutput(int fd) : fd_(fd) {
+  setp(buffer_, buffer_ + sizeof buffer_);
+}
+
+DescriptorOutput::~DescriptorOutput() {
+  drain();
+}
+
+bool DescriptorOutput::drain() {
+  const char* next = pbase();
+  const char* end = pptr();
+  while (next < end && error_ == 0) {
+    const ssize_t written = ::write(fd_, next, static_cast<std::size_t>(end - next));
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      error_ = errno;
+    } else {
+      next += written;
+    }
+  }
+  setp(buffer_, buffer_ + sizeof buffer_);
+  return error_ == 0;
+}
+
+DescriptorOutput::int_type DescriptorOutput::overflow(int_type c) {
+  if (!drain()) return traits_type::eof();
+  if (!traits_type::eq_int_type(c, traits_type::eof())) {
+    *pptr() = traits_type::to_char_type(c);
+    pbump(1);
+  }
+  return traits_type::not_eof(c);
+}
+
+int DescriptorOutput::sync() {
+  return drain() ? 0 : -1;
 }
 
 std::string bold(std::string_view text, bool colour) {
@@ -36,6 +140,8 @@ Table::Table(std::vector<std::string> header) : header_(std::move(header)) {}
 
 void Table::add(std::vector<std::string> row) {
   row.resize(header_.size());
+  for (std::string& cell : row)
+    cell = printable(cell);
   rows_.push_back(std::move(row));
 }
 

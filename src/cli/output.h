@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <optional>
+#include <streambuf>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,14 +18,50 @@ using Json = nlohmann::ordered_json;
 // Writes `document` as one JSON document and a newline.
 void print_json(std::ostream& out, const Json& document);
 
-// `path:line`, the form editors and terminals jump to.
+// `path:line`, the form editors and terminals jump to, made printable.
 std::string location(std::string_view path, std::int64_t line);
+
+// The length of the well-formed UTF-8 sequence that starts at `text[i]` (1 for ASCII), or
+// 0 when the byte there starts none (a stray byte, an overlong form, a surrogate, past
+// U+10FFFF, or cut off by the end). Requires i < text.size().
+std::size_t utf8_length(std::string_view text, std::size_t i);
+
+// `text` safe to print on a terminal: control characters (C0, DEL, C1) and bytes that are
+// not UTF-8 become `\xNN`, bidirectional controls `\u{NNNN}`, so that a file name or
+// an index string can neither drive the terminal nor reorder what is shown. Every other
+// character is unchanged. Text output passes every string from the index or the user
+// through this; JSON output is exact instead.
+std::string printable(std::string_view text);
+
+// A buffered output stream buffer over a file descriptor that remembers the first write
+// error (errno) instead of losing it; writes after an error are dropped.
+class DescriptorOutput : public std::streambuf {
+ public:
+  explicit DescriptorOutput(int fd);
+  ~DescriptorOutput() override;
+  DescriptorOutput(const DescriptorOutput&) = delete;
+  DescriptorOutput& operator=(const DescriptorOutput&) = delete;
+
+  // The errno of the first failed write, or 0.
+  int error() const { return error_; }
+
+ protected:
+  int_type overflow(int_type c) override;
+  int sync() override;
+
+ private:
+  bool drain();
+
+  int fd_;
+  int error_ = 0;
+  char buffer_[1 << 16];
+};
 
 // `text` in bold (or dim) when `colour` is set, else unchanged.
 std::string bold(std::string_view text, bool colour);
 std::string dim(std::string_view text, bool colour);
 
-// Columns aligned under a header; the last column is not padded.
+// Columns aligned under a header; the last column is not padded. Cells are made printable.
 class Table {
  public:
   explicit Table(std::vector<std::string> header);
