@@ -4,8 +4,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <chrono>
 #include <fstream>
+#include <functional>
+#include <future>
 #include <map>
 #include <set>
 #include <thread>
@@ -212,7 +217,7 @@ TEST(Indexer, ListsWhatGitListsOrSkipsWhatHoldsNoCode) {
                             {"build/out.py", ""},
                             {".quarry/index.db", ""},
                             {"docs/guide.md", ""}});
-  EXPECT_EQ(indexer::list_source_files(plain.root()),
+  EXPECT_EQ(indexer::list_source_files(plain.root()).files,
             (std::vector<std::string>{"a.py", "docs/guide.md"}));
 
   TempTree repo(SourceTree{{".gitignore", "ignored.py\n"},
@@ -224,7 +229,7 @@ TEST(Indexer, ListsWhatGitListsOrSkipsWhatHoldsNoCode) {
   if (!indexer::run_program({"git", "-C", root, "init", "-q"})) GTEST_SKIP() << "no git";
   ASSERT_TRUE(indexer::run_program({"git", "-C", root, "add", "kept.py", "build/tracked.py"}));
   EXPECT_EQ(
-      indexer::list_source_files(repo.root()),
+      indexer::list_source_files(repo.root()).files,
       (std::vector<std::string>{".gitignore", "build/tracked.py", "kept.py", "untracked.py"}));
 }
 
@@ -250,10 +255,9 @@ TEST(Indexer, BadFilesAreListedWithAWarning) {
   EXPECT_EQ(repo.get_stats().at("files"), 4);
 }
 
-// A run killed while it writes leaves the previous index whole; the next run succeeds.
-TEST(Indexer, AKilledRunLeavesThePreviousIndex) {
-  TempTree tree;
-  for (int i = 0; i < 1500; ++i) {
+// A tree big enough that indexing it takes a while: `files` files in 30 packages.
+void write_large_tree(const TempTree& tree, int files) {
+  for (int i = 0; i < files; ++i) {
     std::string text;
     for (int f = 0; f < 20; ++f) {
       text += "def f" + std::to_string(f) + "(x):\n    return g" + std::to_string(f) +
@@ -261,6 +265,38 @@ TEST(Indexer, AKilledRunLeavesThePreviousIndex) {
     }
     tree.write("pkg" + std::to_string(i % 30) + "/m" + std::to_string(i) + ".py", text);
   }
+}
+
+pid_t spawn_quarry(std::vector<std::string> args) {
+  args.insert(args.begin(), QUARRY_BINARY);
+  std::vector<char*> argv;
+  for (auto& arg : args)
+    argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t pid = 0;
+  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return spawned == 0 ? pid : -1;
+}
+
+// The files beside the index that are not the index itself: temporary and lock files.
+std::vector<std::string> leftovers(const TempTree& tree) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(fs::path(tree.db()).parent_path())) {
+    if (entry.path().filename() != "index.db") names.push_back(entry.path().filename().string());
+  }
+  return names;
+}
+
+// A run killed while it writes leaves the previous index whole; the next run succeeds and
+// removes what the killed one left.
+TEST(Indexer, AKilledRunLeavesThePreviousIndex) {
+  TempTree tree;
+  write_large_tree(tree, 1500);
   {
     testing::TestIndex old;
     old.file("old.py");
@@ -269,18 +305,14 @@ TEST(Indexer, AKilledRunLeavesThePreviousIndex) {
     fs::copy_file(old.path(), tree.db());
   }
   const std::string before = testing::file_bytes(tree.db());
-  const std::string temporary = tree.db() + ".tmp";
-
-  std::vector<std::string> args{QUARRY_BINARY, "index", tree.root().string()};
-  std::vector<char*> argv;
-  for (auto& arg : args)
-    argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  pid_t pid = 0;
-  ASSERT_EQ(posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ), 0);
+  const pid_t pid = spawn_quarry({"index", tree.root().string()});
+  ASSERT_GT(pid, 0);
   bool killed = false;
   for (int waited = 0; waited < 120000 && !killed; ++waited) {
-    if (fs::exists(temporary)) {
+    bool writing = false;
+    for (const std::string& name : leftovers(tree))
+      writing = writing || name.starts_with("index.db.tmp-");
+    if (writing) {
       kill(pid, SIGKILL);
       killed = true;
     } else {
@@ -290,12 +322,190 @@ TEST(Indexer, AKilledRunLeavesThePreviousIndex) {
   int status = 0;
   waitpid(pid, &status, 0);
   ASSERT_TRUE(killed) << "the run ended before it was caught writing";
+  EXPECT_FALSE(leftovers(tree).empty());
   EXPECT_EQ(testing::file_bytes(tree.db()), before);
   EXPECT_EQ(Repository(tree.db()).get_stats().at("files"), 1);
 
   tree.index();
-  EXPECT_FALSE(fs::exists(temporary));
+  EXPECT_EQ(leftovers(tree), std::vector<std::string>{});
   EXPECT_EQ(Repository(tree.db()).get_stats().at("files"), 1500);
+}
+
+// Two runs on one index never mix their files, and a query at any moment sees a whole index.
+TEST(Indexer, ConcurrentRunsAndQueriesSeeOnlyWholeIndexes) {
+  TempTree tree;
+  write_large_tree(tree, 600);
+  tree.index();
+  const pid_t first = spawn_quarry({"index", tree.root().string()});
+  const pid_t second = spawn_quarry({"index", tree.root().string()});
+  ASSERT_GT(first, 0);
+  ASSERT_GT(second, 0);
+  int finished = 0, queries = 0;
+  std::map<pid_t, int> statuses;
+  while (finished < 2) {
+    Repository repo(tree.db());
+    EXPECT_EQ(repo.get_stats().at("files"), 600);
+    EXPECT_EQ(repo.get_stats().at("symbols"), 600 * 22);
+    ++queries;
+    for (const pid_t pid : {first, second}) {
+      int status = 0;
+      if (!statuses.contains(pid) && waitpid(pid, &status, WNOHANG) == pid) {
+        statuses[pid] = status;
+        ++finished;
+      }
+    }
+  }
+  for (const auto& [pid, status] : statuses)
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_GT(queries, 1);
+  EXPECT_EQ(leftovers(tree), std::vector<std::string>{});
+  EXPECT_EQ(Repository(tree.db()).get_stats().at("symbols"), 600 * 22);
+}
+
+// Only a missing file or an index is replaced; whatever else is named stays as it was.
+TEST(Indexer, ReplacesOnlyAnIndexAndLeavesNoTemporaryFile) {
+  TempTree tree(SourceTree{{"a.py", "def f(): pass\n"}, {"notes.txt", "my notes\n"}});
+  testing::TestIndex index;
+  index.close();
+  testing::TestIndex foreign;
+  foreign.execute("DROP TABLE files; DROP TABLE symbols; DROP TABLE edges");
+  foreign.close();
+  tree.write("out/empty.db", "");
+  fs::create_directories(tree.root() / "out" / "dir.db");
+  fs::create_symlink(tree.root() / "notes.txt", tree.root() / "out" / "link.db");
+  const std::string out = (tree.root() / "out").string();
+  struct Case {
+    std::string db;
+    std::string refusal;  // empty: replaced
+  };
+  const std::vector<Case> cases = {
+      {(tree.root() / "notes.txt").string(), "not a quarry index"},
+      {out + "/empty.db", "not a quarry index"},
+      {out + "/dir.db", "not a regular file"},
+      {out + "/link.db", "a symbolic link"},
+      {foreign.path(), "not a quarry index"},
+      {index.path(), ""},
+      {out + "/new/index.db", ""},
+  };
+  for (const Case& c : cases) {
+    const std::string before = fs::is_regular_file(c.db) ? testing::file_bytes(c.db) : "";
+    // Left by runs that were killed.
+    std::ofstream(c.db + ".tmp-k1ll3d") << "half";
+    std::ofstream(c.db + ".tmp") << "half";
+    try {
+      indexer::build_index({.root = tree.root(), .db_path = c.db});
+      EXPECT_EQ(c.refusal, "") << c.db;
+      EXPECT_EQ(Repository(c.db).get_stats().at("symbols"), 3) << c.db;
+      EXPECT_FALSE(fs::exists(c.db + ".tmp-k1ll3d") || fs::exists(c.db + ".tmp")) << c.db;
+    } catch (const std::runtime_error& error) {
+      EXPECT_NE(c.refusal, "") << c.db << ": " << error.what();
+      EXPECT_NE(std::string(error.what()).find(c.db + ": " + c.refusal), std::string::npos)
+          << error.what();
+      if (fs::is_regular_file(c.db)) {
+        EXPECT_EQ(testing::file_bytes(c.db), before);
+      }
+    }
+    fs::remove(c.db + ".tmp-k1ll3d");
+    fs::remove(c.db + ".tmp");
+    EXPECT_FALSE(fs::exists(c.db + ".lock")) << c.db;
+  }
+  // A run that fails after it has begun writing leaves no temporary file either.
+  const std::string db = out + "/failed.db";
+  EXPECT_THROW(indexer::build_index({.root = tree.root() / "nowhere", .db_path = db}),
+               std::runtime_error);
+  EXPECT_EQ(std::distance(fs::directory_iterator(out), fs::directory_iterator()), 4);
+}
+
+TEST(Indexer, SourcesThatAreNoRegularFileOrTooLargeAreSkippedWithAWarning) {
+  TempTree tree(SourceTree{{"big.py", std::string(2048, '#') + "\ndef hidden(): pass\n"},
+                           {"small.py", "def shown(): pass\n"}});
+  const fs::path fifo = tree.root() / "fifo.py";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+  // A FIFO where a source was listed, with no writer: reading it must not block.
+  auto read = std::async(std::launch::async, [&] { return indexer::read_source(fifo, 0); });
+  ASSERT_EQ(read.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  EXPECT_EQ(read.get().problem, "not a regular file");
+  fs::remove(fifo);
+
+  const auto summary =
+      indexer::build_index({.root = tree.root(), .db_path = tree.db(), .max_file_size = 1024});
+  EXPECT_EQ(summary.warnings,
+            std::vector<std::string>{"big.py: not indexed: 2.0 KiB, over the --max-file-size limit "
+                                     "of 1.0 KiB"});
+  Repository repo(tree.db());
+  EXPECT_EQ(repo.get_stats().at("files"), 2);
+  EXPECT_TRUE(repo.get_symbol_by_fqn("small.shown"));
+  EXPECT_FALSE(repo.get_symbol_by_fqn("big.hidden"));
+}
+
+// Runs `list` as the user "nobody" in a child process and returns what it printed, for
+// what root is never refused; nothing when this process cannot change its user.
+std::optional<std::string> as_nobody(const std::function<std::string()>& list) {
+  if (geteuid() != 0) return std::nullopt;
+  int fds[2];
+  if (pipe(fds) != 0) return std::nullopt;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    close(fds[0]);
+    std::string text = setgid(65534) == 0 && setuid(65534) == 0 ? list() : "cannot setuid";
+    const ssize_t written = write(fds[1], text.data(), text.size());
+    _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);
+  }
+  close(fds[1]);
+  std::string text;
+  char buffer[4096];
+  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;)
+    text.append(buffer, static_cast<std::size_t>(n));
+  close(fds[0]);
+  waitpid(pid, nullptr, 0);
+  return text;
+}
+
+std::string joined(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines)
+    text += line + "\n";
+  return text;
+}
+
+// What the listing leaves out is said: a directory that cannot be listed, a work tree that
+// git refuses, the directory that holds the index.
+TEST(Indexer, WhatTheListingLeavesOutIsNamed) {
+  TempTree tree(SourceTree{{"a.py", ""},
+                           {"pkg/b.py", ""},
+                           {"pkg/old.db", ""},
+                           {"secret/c.py", ""},
+                           {".quarry/baseline.json", ""}});
+  const auto summary =
+      indexer::build_index({.root = tree.root(), .db_path = (tree.root() / "pkg/idx.db").string()});
+  EXPECT_EQ(summary.warnings,
+            std::vector<std::string>{"pkg/: left out (2 files), since it holds the index; keep "
+                                     "the index in .quarry/ or outside the tree to index them"});
+  EXPECT_EQ(Repository((tree.root() / "pkg/idx.db").string()).get_stats().at("files"), 2);
+
+  fs::permissions(tree.root() / "secret", fs::perms::owner_all);
+  fs::permissions(tree.root(), fs::perms::all);
+  const auto unlisted = as_nobody([&] {
+    const auto listing = indexer::list_source_files(tree.root());
+    return joined(listing.files) + joined(listing.warnings);
+  });
+  if (!unlisted) GTEST_SKIP() << "needs root to list as another user";
+  EXPECT_EQ(*unlisted,
+            "a.py\npkg/b.py\npkg/idx.db\npkg/old.db\n"
+            "secret/: cannot be listed (Permission denied); left out\n");
+
+  const std::string root = tree.root().string();
+  if (!indexer::run_program({"git", "-C", root, "init", "-q"})) GTEST_SKIP() << "no git";
+  tree.write(".gitignore", "*.db\n");
+  ASSERT_EQ(lchown(root.c_str(), 65534, 65534), 0);
+  const auto refused = indexer::list_source_files(tree.root());
+  ASSERT_EQ(refused.warnings.size(), 1u);
+  EXPECT_NE(refused.warnings[0].find("git will not list this work tree"), std::string::npos);
+  EXPECT_NE(refused.warnings[0].find("git config --global --add safe.directory " + root),
+            std::string::npos)
+      << refused.warnings[0];
+  EXPECT_TRUE(std::find(refused.files.begin(), refused.files.end(), "pkg/old.db") !=
+              refused.files.end());
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "indexer/index_writer.h"
 
-#include <filesystem>
 #include <map>
 
 #include "indexer/python_parser.h"
@@ -9,8 +8,6 @@
 namespace quarry::indexer {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 Value optional_text(const std::optional<std::string>& text) {
   return text ? Value(*text) : Value();
@@ -71,23 +68,13 @@ void fill(Database& db, const std::vector<ListedFile>& files, const std::vector<
 WriteCounts write_index(const std::string& path, const std::vector<ListedFile>& files,
                         const std::vector<FileModel>& models, const PythonResolver& resolver,
                         const std::vector<FileLinks>& links) {
-  const fs::path target(path);
-  if (target.has_parent_path()) fs::create_directories(target.parent_path());
-  const std::string temporary = path + ".tmp";
-  fs::remove(temporary);
   WriteCounts counts;
-  try {
-    Database db = create_index(temporary, false);
-    // The temporary file is renamed into place only when complete; it needs no journal.
-    db.execute("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; BEGIN");
-    fill(db, files, models, resolver, links, counts);
-    db.execute(INDEX_LOOKUPS_SQL);
-    db.execute("COMMIT; ANALYZE;");
-  } catch (...) {
-    fs::remove(temporary);
-    throw;
-  }
-  fs::rename(temporary, target);
+  Database db = create_index(path, false);
+  // The file is renamed into place only when complete; it needs no journal.
+  db.execute("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; BEGIN");
+  fill(db, files, models, resolver, links, counts);
+  db.execute(INDEX_LOOKUPS_SQL);
+  db.execute("COMMIT; ANALYZE;");
   return counts;
 }
 

@@ -21,8 +21,8 @@ struct WriteCounts {
   std::size_t pending_references = 0;
 };
 
-// Writes the index to `path` atomically: into `path` + ".tmp", renamed over `path` when
-// complete. `links[i]` belongs to `models[i]`; symbol ids are the resolver's.
+// Writes the whole index into the new, empty file at `path` (an IndexTarget's temporary
+// file). `links[i]` belongs to `models[i]`; symbol ids are the resolver's.
 WriteCounts write_index(const std::string& path, const std::vector<ListedFile>& files,
                         const std::vector<FileModel>& models, const PythonResolver& resolver,
                         const std::vector<FileLinks>& links);

@@ -2,10 +2,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
+#include "indexer/index_target.h"
 #include "indexer/index_writer.h"
 #include "indexer/python_parser.h"
 #include "indexer/python_resolver.h"
@@ -43,13 +42,30 @@ void run_parallel(std::size_t count, unsigned threads, Work&& work,
   progress(count);
 }
 
-std::optional<std::string> read_file(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) return std::nullopt;
-  return text.str();
+// The files of the tree, less the index's own: the index file and those named after it
+// (its lock, temporary and journal files), `.quarry/`, and any other directory of the tree
+// that holds the index, which is named in a warning when it held anything else.
+SourceListing list_files_but_the_index(const IndexOptions& options) {
+  namespace fs = std::filesystem;
+  SourceListing listing = list_source_files(options.root, {".quarry"});
+  std::error_code ec;
+  const fs::path relative = fs::weakly_canonical(fs::absolute(options.db_path), ec)
+                                .lexically_relative(fs::weakly_canonical(options.root, ec));
+  if (ec || relative.empty() || *relative.begin() == "..") return listing;
+  const std::string index = relative.generic_string();
+  std::erase_if(listing.files, [&](const std::string& path) {
+    return path == index || path.starts_with(index + ".") || path.starts_with(index + "-");
+  });
+  const std::string dir = relative.parent_path().generic_string();
+  if (dir.empty() || dir == ".quarry" || dir.starts_with(".quarry/")) return listing;
+  const auto left_out = std::erase_if(
+      listing.files, [&](const std::string& path) { return path.starts_with(dir + "/"); });
+  if (left_out > 0) {
+    listing.warnings.push_back(dir + "/: left out (" + std::to_string(left_out) +
+                               " files), since it holds the index; keep the index in .quarry/ "
+                               "or outside the tree to index them");
+  }
+  return listing;
 }
 
 }  // namespace
@@ -57,17 +73,13 @@ std::optional<std::string> read_file(const std::filesystem::path& path) {
 IndexSummary build_index(const IndexOptions& options) {
   const auto started = std::chrono::steady_clock::now();
   IndexSummary summary;
-
-  // Leave the index's own directory out when it lies inside the repository.
-  std::string skip = ".quarry";
-  const auto db_dir = std::filesystem::absolute(options.db_path).parent_path().lexically_normal();
-  const auto relative =
-      db_dir.lexically_relative(std::filesystem::absolute(options.root).lexically_normal());
-  if (!relative.empty() && *relative.begin() != "..") skip = relative.generic_string();
+  IndexTarget target(options.db_path, options.waiting);
 
   std::vector<ListedFile> files;
   std::vector<std::string> python_paths;
-  for (std::string& path : list_source_files(options.root, skip)) {
+  SourceListing listing = list_files_but_the_index(options);
+  summary.warnings = std::move(listing.warnings);
+  for (std::string& path : listing.files) {
     ListedFile file{path, std::string(language_of(path)), -1};
     if (file.language == "python") {
       file.model = static_cast<int>(python_paths.size());
@@ -86,11 +98,13 @@ IndexSummary build_index(const IndexOptions& options) {
       [&](unsigned worker, std::size_t i) {
         auto& parser = parsers[worker];
         if (!parser) parser = std::make_unique<PythonParser>();
-        const auto source = read_file(options.root / python_paths[i]);
-        models[i] = parser->parse(python_paths[i], source.value_or(std::string()));
-        if (!source)
+        const SourceText source =
+            read_source(options.root / python_paths[i], options.max_file_size);
+        models[i] = parser->parse(python_paths[i], source.text.value_or(std::string()));
+        if (!source.text) {
           models[i].warnings.insert(models[i].warnings.begin(),
-                                    python_paths[i] + ": cannot be read");
+                                    python_paths[i] + ": not indexed: " + source.problem);
+        }
       },
       options.progress ? [&](std::size_t done) { options.progress(done, python_paths.size()); }
                        : std::function<void(std::size_t)>());
@@ -100,7 +114,8 @@ IndexSummary build_index(const IndexOptions& options) {
   run_parallel(models.size(), threads,
                [&](unsigned, std::size_t i) { links[i] = resolver.resolve(i); }, {});
 
-  const WriteCounts counts = write_index(options.db_path, files, models, resolver, links);
+  const WriteCounts counts = write_index(target.temporary(), files, models, resolver, links);
+  target.commit();
   for (const FileModel& model : models) {
     summary.warnings.insert(summary.warnings.end(), model.warnings.begin(), model.warnings.end());
   }
