@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <exception>
+#include <mutex>
 #include <thread>
 
 #include "indexer/index_target.h"
@@ -16,30 +18,43 @@ namespace {
 
 // Runs `work(worker, i)` for i in [0, count) on `threads` threads (worker 0 .. threads - 1
 // says which thread), calling `progress(done)` on the calling thread about ten times a
-// second until all are done.
+// second until all are done. The first exception of any worker stops the others and is
+// rethrown on the calling thread once they have all ended.
 template <typename Work>
 void run_parallel(std::size_t count, unsigned threads, Work&& work,
                   const std::function<void(std::size_t)>& progress) {
   std::atomic<std::size_t> next{0}, done{0};
+  std::mutex failure_mutex;
+  std::exception_ptr failure;
   auto worker = [&](unsigned id) {
-    for (std::size_t i = next++; i < count; i = next++) {
-      work(id, i);
-      ++done;
+    try {
+      for (std::size_t i = next++; i < count; i = next++) {
+        work(id, i);
+        ++done;
+      }
+    } catch (...) {
+      const std::lock_guard lock(failure_mutex);
+      if (!failure) failure = std::current_exception();
+      next = count;
+      done = count;  // nothing more will be done: the progress loop ends
     }
   };
-  std::vector<std::jthread> pool;
-  for (unsigned t = 1; t < threads && t < count; ++t)
-    pool.emplace_back(worker, t);
-  if (!progress) {
-    worker(0);
-    return;
+  {
+    std::vector<std::jthread> pool;
+    for (unsigned t = 1; t < threads && t < count; ++t)
+      pool.emplace_back(worker, t);
+    if (!progress) {
+      worker(0);
+    } else {
+      std::jthread own(worker, 0u);
+      while (done < count) {
+        progress(done);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      }
+      progress(count);
+    }
   }
-  std::jthread own(worker, 0u);
-  while (done < count) {
-    progress(done);
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-  progress(count);
+  if (failure) std::rethrow_exception(failure);
 }
 
 // The files of the tree, less the index's own: the index file and those named after it
