@@ -43,40 +43,24 @@ std::int64_t end_line_of(TSNode node) {
   return ts_node_end_point(node).row + 1;
 }
 
-std::vector<TSNode> named_children(TSNode node) {
-  std::vector<TSNode> out;
-  const std::uint32_t count = ts_node_named_child_count(node);
-  out.reserve(count);
-  for (std::uint32_t i = 0; i < count; ++i)
-    out.push_back(ts_node_named_child(node, i));
-  return out;
-}
-
-// The children of `node` under the field `name` (a field may repeat, as in imports). A
-// cursor reads the field names; it is the reliable way with repeated fields.
-std::vector<TSNode> field_children(TSNode node, std::string_view name) {
-  std::vector<TSNode> out;
-  TSTreeCursor cursor = ts_tree_cursor_new(node);
-  if (ts_tree_cursor_goto_first_child(&cursor)) {
-    do {
-      const char* field_name = ts_tree_cursor_current_field_name(&cursor);
-      if (field_name != nullptr && name == field_name) {
-        out.push_back(ts_tree_cursor_current_node(&cursor));
-      }
-    } while (ts_tree_cursor_goto_next_sibling(&cursor));
-  }
-  ts_tree_cursor_delete(&cursor);
-  return out;
-}
-
 // Builds the model of one file in a single pass over its syntax tree, with an explicit
 // stack of nodes still to visit.
+//
+// Children are listed with one tree cursor, never by index: tree-sitter keeps the items of a
+// long list or block in nested hidden nodes, and fetching the i-th child walks them from
+// the start, so reading a list of n items by index costs far more than n steps (minutes
+// for a list of a few million numbers). The cursor moves from a child to the next in
+// constant time on average.
 class ModelBuilder {
  public:
-  ModelBuilder(FileModel& model, std::string_view source) : m_(model), src_(source) {}
+  ModelBuilder(FileModel& model, std::string_view source, TSNode root)
+      : m_(model), src_(source), root_(root), cursor_(ts_tree_cursor_new(root)) {}
+  ~ModelBuilder() { ts_tree_cursor_delete(&cursor_); }
+  ModelBuilder(const ModelBuilder&) = delete;
+  ModelBuilder& operator=(const ModelBuilder&) = delete;
 
-  void build(TSNode root) {
-    push(root, MODULE_SCOPE, TOPLEVEL_DEFINITION);
+  void build() {
+    push(root_, MODULE_SCOPE, TOPLEVEL_DEFINITION);
     while (!stack_.empty()) {
       const Frame frame = stack_.back();
       stack_.pop_back();
@@ -93,24 +77,68 @@ class ModelBuilder {
     bool type_mode;
   };
 
-  std::string text(TSNode node) const {
+  // The source bytes of `node`, as they are (not checked as UTF-8).
+  std::string_view raw_text(TSNode node) const {
     const std::uint32_t start = ts_node_start_byte(node);
     const std::uint32_t end =
         std::min<std::uint32_t>(ts_node_end_byte(node), static_cast<std::uint32_t>(src_.size()));
     if (start >= end) return {};
-    return valid_utf8(src_.substr(start, end - start));
+    return src_.substr(start, end - start);
+  }
+
+  std::string text(TSNode node) const { return valid_utf8(raw_text(node)); }
+
+  // Whether the text of `node` is `expected` (which is ASCII), without copying it: the
+  // node may be a large expression.
+  bool text_is(TSNode node, std::string_view expected) const { return raw_text(node) == expected; }
+
+  // The named children of `node`, in source order.
+  std::vector<TSNode> named_children(TSNode node) {
+    std::vector<TSNode> out;
+    out.reserve(ts_node_named_child_count(node));
+    ts_tree_cursor_reset(&cursor_, node);
+    if (ts_tree_cursor_goto_first_child(&cursor_)) {
+      do {
+        const TSNode child = ts_tree_cursor_current_node(&cursor_);
+        if (ts_node_is_named(child)) out.push_back(child);
+      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
+    }
+    return out;
+  }
+
+  // The children of `node` under the field `name` (a field may repeat, as in imports). The
+  // cursor reads the field names; it is the reliable way with repeated fields.
+  std::vector<TSNode> field_children(TSNode node, std::string_view name) {
+    std::vector<TSNode> out;
+    ts_tree_cursor_reset(&cursor_, node);
+    if (ts_tree_cursor_goto_first_child(&cursor_)) {
+      do {
+        const char* field_name = ts_tree_cursor_current_field_name(&cursor_);
+        if (field_name != nullptr && name == field_name) {
+          out.push_back(ts_tree_cursor_current_node(&cursor_));
+        }
+      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
+    }
+    return out;
   }
 
   void push(TSNode node, int scope, int owner, bool type_mode = false) {
     if (!ts_node_is_null(node)) stack_.push_back({node, scope, owner, type_mode});
   }
 
-  // Children are pushed in reverse so that they are visited in source order.
+  // Pushes the named children of the frame's node straight from the cursor (a list may hold
+  // millions of items), then reverses them on the stack so that they are visited in source
+  // order.
   void push_children(const Frame& frame) {
-    const auto children = named_children(frame.node);
-    for (auto it = children.rbegin(); it != children.rend(); ++it) {
-      push(*it, frame.scope, frame.owner, frame.type_mode);
+    const std::size_t first = stack_.size();
+    ts_tree_cursor_reset(&cursor_, frame.node);
+    if (ts_tree_cursor_goto_first_child(&cursor_)) {
+      do {
+        const TSNode child = ts_tree_cursor_current_node(&cursor_);
+        if (ts_node_is_named(child)) push(child, frame.scope, frame.owner, frame.type_mode);
+      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
     }
+    std::reverse(stack_.begin() + static_cast<std::ptrdiff_t>(first), stack_.end());
   }
 
   int add_definition(Definition definition) {
@@ -160,13 +188,21 @@ class ModelBuilder {
     if (type_of(node) == "identifier") {
       names.push_back(text(node));
     } else if (type_of(node) == "call" && type_of(field(node, "function")) == "identifier" &&
-               text(field(node, "function")) == "super") {
+               text_is(field(node, "function"), "super")) {
       names.push_back("");
     } else {
       return std::nullopt;
     }
     std::reverse(names.begin(), names.end());
     return names;
+  }
+
+  // The object a chain of attributes starts from: f() in f().a.b. Null when an attribute
+  // lacks its object (a syntax error).
+  static TSNode innermost_object(TSNode node) {
+    while (!ts_node_is_null(node) && type_of(node) == "attribute")
+      node = field(node, "object");
+    return node;
   }
 
   void visit(const Frame& frame) {
@@ -186,7 +222,7 @@ class ModelBuilder {
     } else if (type == "assignment") {
       visit_assignment(frame);
     } else if (type == "augmented_assignment") {
-      if (frame.scope == MODULE_SCOPE && text(field(frame.node, "left")) == "__all__") {
+      if (frame.scope == MODULE_SCOPE && text_is(field(frame.node, "left"), "__all__")) {
         collect_exports(field(frame.node, "right"));
       }
       push_children(frame);
@@ -201,7 +237,10 @@ class ModelBuilder {
         use(frame.type_mode ? UseKind::type : UseKind::reference, frame.scope, frame.owner,
             std::move(*chain), line_of(frame.node));
       } else {
-        push(field(frame.node, "object"), frame.scope, frame.owner, frame.type_mode);
+        // Every attribute below this one ends on the same object, so none of them names a
+        // chain either: go straight to that object rather than trying each in turn, which
+        // on a chain of n attributes would walk it n times.
+        push(innermost_object(frame.node), frame.scope, frame.owner, frame.type_mode);
       }
     } else if (type == "identifier") {
       use(frame.type_mode ? UseKind::type : UseKind::reference, frame.scope, frame.owner,
@@ -219,9 +258,10 @@ class ModelBuilder {
       }
       push_children({frame.node, inner, frame.owner, frame.type_mode});
     } else if (type == "for_statement" || type == "for_in_clause") {
-      bind_targets(field(frame.node, "left"), frame.scope, frame.owner);
+      const TSNode left = field(frame.node, "left");
+      bind_targets(left, frame.scope, frame.owner);
       for (TSNode child : named_children(frame.node)) {
-        if (!ts_node_eq(child, field(frame.node, "left"))) push(child, frame.scope, frame.owner);
+        if (!ts_node_eq(child, left)) push(child, frame.scope, frame.owner);
       }
     } else if (type == "as_pattern") {
       for (TSNode child : named_children(frame.node)) {
@@ -257,7 +297,7 @@ class ModelBuilder {
     bool is_static = false;
     for (TSNode decorator : decorators) {
       signature += collapse_whitespace(text(decorator)) + " ";
-      if (text(decorator) == "@staticmethod") is_static = true;
+      if (text_is(decorator, "@staticmethod")) is_static = true;
     }
     signature += header_of(definition);
 
@@ -314,15 +354,24 @@ class ModelBuilder {
   }
 
   // The header of a definition as written, up to and including its colon, on one line.
-  std::string header_of(TSNode definition) const {
-    const std::uint32_t count = ts_node_child_count(definition);
+  // Without a colon (a syntax error), the header ends where the body begins, so that
+  // nested definitions do not each copy all of their bodies.
+  std::string header_of(TSNode definition) {
     std::uint32_t end = ts_node_end_byte(definition);
-    for (std::uint32_t i = 0; i < count; ++i) {
-      const TSNode child = ts_node_child(definition, i);
-      if (!ts_node_is_named(child) && type_of(child) == ":") {
-        end = ts_node_end_byte(child);
-      }
-      if (type_of(child) == "block") break;
+    bool colon = false;
+    ts_tree_cursor_reset(&cursor_, definition);
+    if (ts_tree_cursor_goto_first_child(&cursor_)) {
+      do {
+        const TSNode child = ts_tree_cursor_current_node(&cursor_);
+        if (!ts_node_is_named(child) && type_of(child) == ":") {
+          end = ts_node_end_byte(child);
+          colon = true;
+        }
+        if (type_of(child) == "block") {
+          if (!colon) end = ts_node_start_byte(child);
+          break;
+        }
+      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
     }
     const std::uint32_t start = ts_node_start_byte(definition);
     if (end <= start || end > src_.size()) return {};
@@ -410,6 +459,7 @@ class ModelBuilder {
   }
 
   void bind_name(const std::string& name, int scope, std::int64_t line, std::int64_t end_line) {
+    if (name.empty()) return;  // a name the parser made up to recover from a syntax error
     auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
     if (!defines_symbols(scope) || bindings.contains(name)) {
       bind(scope, name, {});
@@ -428,7 +478,7 @@ class ModelBuilder {
 
   void visit_assignment(const Frame& frame) {
     const TSNode left = field(frame.node, "left");
-    if (frame.scope == MODULE_SCOPE && text(left) == "__all__") {
+    if (frame.scope == MODULE_SCOPE && text_is(left, "__all__")) {
       collect_exports(field(frame.node, "right"));
     }
     bind_targets(left, frame.scope, frame.owner, line_of(frame.node), end_line_of(frame.node));
@@ -520,7 +570,7 @@ class ModelBuilder {
     }
   }
 
-  std::string absolute_module(TSNode module_name) const {
+  std::string absolute_module(TSNode module_name) {
     if (type_of(module_name) != "relative_import") return text(module_name);
     std::size_t dots = 0;
     std::string rest;
@@ -598,6 +648,8 @@ class ModelBuilder {
 
   FileModel& m_;
   std::string_view src_;
+  TSNode root_;
+  TSTreeCursor cursor_;  // lists children; reset for each node, never held across calls
   std::vector<Frame> stack_;
   std::vector<std::string> exports_;
 };
@@ -674,7 +726,7 @@ FileModel PythonParser::parse(const std::string& path, std::string_view source) 
   if (ts_node_has_error(root)) {
     model.warnings.push_back(path + ": syntax errors; indexed what could be read");
   }
-  ModelBuilder(model, source).build(root);
+  ModelBuilder(model, source, root).build();
   ts_tree_delete(tree);
   return model;
 }
