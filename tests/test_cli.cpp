@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <nlohmann/json.hpp>
@@ -8,8 +7,6 @@
 #include <fstream>
 #include <set>
 #include <sstream>
-
-extern char** environ;
 
 #include "test_index.h"
 
@@ -129,24 +126,11 @@ TEST_F(CliTest, TextEscapesControlCharactersAndJsonKeepsThem) {
 // Runs the quarry program with its standard output on `stdout_fd`; returns its exit status
 // and what it wrote on standard error.
 std::pair<int, std::string> run_program_to(std::vector<std::string> args, int stdout_fd) {
-  args.insert(args.begin(), QUARRY_BINARY);
-  std::vector<char*> argv;
-  for (auto& arg : args)
-    argv.push_back(arg.data());
-  argv.push_back(nullptr);
   const std::string err_path =
       ::testing::TempDir() + "quarry_cli_stderr_" + std::to_string(getpid());
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, stdout_fd, STDOUT_FILENO);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, err_path.c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid = 0;
-  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) return {-1, "cannot start quarry"};
+  const pid_t pid = testing::start_quarry(std::move(args), stdout_fd, err_path);
   int status = 0;
-  waitpid(pid, &status, 0);
+  if (pid < 0 || waitpid(pid, &status, 0) != pid) return {-1, "cannot run quarry"};
   std::string err = testing::file_bytes(err_path);
   std::filesystem::remove(err_path);
   return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), err};

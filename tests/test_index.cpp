@@ -2,12 +2,16 @@
 
 #include "cli/cli.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <spawn.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <fstream>
 #include <sstream>
+
+extern char** environ;
 
 namespace quarry::testing {
 
@@ -89,6 +93,28 @@ CliResult run_cli(std::vector<std::string> args) {
   std::ostringstream out, err;
   const int status = cli::run(args, out, err, false);
   return {status, out.str(), err.str()};
+}
+
+pid_t start_quarry(std::vector<std::string> args, int stdout_fd, const std::string& stderr_path) {
+  args.insert(args.begin(), QUARRY_BINARY);
+  std::vector<char*> argv;
+  for (auto& arg : args)
+    argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  if (stdout_fd >= 0) {
+    posix_spawn_file_actions_adddup2(&actions, stdout_fd, STDOUT_FILENO);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  }
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO,
+                                   stderr_path.empty() ? "/dev/null" : stderr_path.c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  pid_t pid = 0;
+  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return spawned == 0 ? pid : -1;
 }
 
 std::string file_bytes(const std::string& path) {

@@ -1,6 +1,8 @@
 // A small index written by a test, in a temporary file removed at the end of the test.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -60,6 +62,12 @@ struct CliResult {
 
 // Runs the command line in-process with `args` (the program name left out), without colour.
 CliResult run_cli(std::vector<std::string> args);
+
+// Starts the quarry program with `args` (the program name left out), its standard output
+// on `stdout_fd` (/dev/null when -1) and its standard error in the file `stderr_path`
+// (/dev/null when empty). Returns its pid, or -1 when it cannot be started.
+pid_t start_quarry(std::vector<std::string> args, int stdout_fd = -1,
+                   const std::string& stderr_path = "");
 
 // The bytes of a file, to show that reading never changes it.
 std::string file_bytes(const std::string& path);

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -19,8 +19,6 @@
 #include "indexer/indexer.h"
 #include "indexer/source_files.h"
 #include "test_index.h"
-
-extern char** environ;
 
 namespace quarry {
 namespace {
@@ -267,22 +265,6 @@ void write_large_tree(const TempTree& tree, int files) {
   }
 }
 
-pid_t spawn_quarry(std::vector<std::string> args) {
-  args.insert(args.begin(), QUARRY_BINARY);
-  std::vector<char*> argv;
-  for (auto& arg : args)
-    argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  return spawned == 0 ? pid : -1;
-}
-
 // The files beside the index that are not the index itself: temporary and lock files.
 std::vector<std::string> leftovers(const TempTree& tree) {
   std::vector<std::string> names;
@@ -292,74 +274,36 @@ std::vector<std::string> leftovers(const TempTree& tree) {
   return names;
 }
 
-// A run killed while it writes leaves the previous index whole; the next run succeeds and
-// removes what the killed one left.
-TEST(Indexer, AKilledRunLeavesThePreviousIndex) {
+// Two runs on one index never mix their files; one killed while it writes leaves the
+// previous index whole and its temporary file to the other, which removes it; a query at
+// any moment sees a whole index.
+TEST(Indexer, ConcurrentAndKilledRunsLeaveOnlyWholeIndexes) {
   TempTree tree;
-  write_large_tree(tree, 1500);
-  {
-    testing::TestIndex old;
-    old.file("old.py");
-    old.close();
-    fs::create_directories(fs::path(tree.db()).parent_path());
-    fs::copy_file(old.path(), tree.db());
-  }
-  const std::string before = testing::file_bytes(tree.db());
-  const pid_t pid = spawn_quarry({"index", tree.root().string()});
-  ASSERT_GT(pid, 0);
-  bool killed = false;
-  for (int waited = 0; waited < 120000 && !killed; ++waited) {
-    bool writing = false;
+  write_large_tree(tree, 1000);
+  tree.index();
+  const pid_t killed = testing::start_quarry({"index", tree.root().string()});
+  ASSERT_GT(killed, 0);
+  bool caught = false;
+  for (int waited = 0; waited < 120000 && !caught; ++waited) {
     for (const std::string& name : leftovers(tree))
-      writing = writing || name.starts_with("index.db.tmp-");
-    if (writing) {
-      kill(pid, SIGKILL);
-      killed = true;
-    } else {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+      caught = caught || name.starts_with("index.db.tmp-");
+    if (!caught) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  ASSERT_TRUE(killed) << "the run ended before it was caught writing";
-  EXPECT_FALSE(leftovers(tree).empty());
-  EXPECT_EQ(testing::file_bytes(tree.db()), before);
-  EXPECT_EQ(Repository(tree.db()).get_stats().at("files"), 1);
-
-  tree.index();
-  EXPECT_EQ(leftovers(tree), std::vector<std::string>{});
-  EXPECT_EQ(Repository(tree.db()).get_stats().at("files"), 1500);
-}
-
-// Two runs on one index never mix their files, and a query at any moment sees a whole index.
-TEST(Indexer, ConcurrentRunsAndQueriesSeeOnlyWholeIndexes) {
-  TempTree tree;
-  write_large_tree(tree, 600);
-  tree.index();
-  const pid_t first = spawn_quarry({"index", tree.root().string()});
-  const pid_t second = spawn_quarry({"index", tree.root().string()});
-  ASSERT_GT(first, 0);
-  ASSERT_GT(second, 0);
-  int finished = 0, queries = 0;
-  std::map<pid_t, int> statuses;
-  while (finished < 2) {
+  const pid_t waiting = testing::start_quarry({"index", tree.root().string()});
+  ASSERT_GT(waiting, 0);
+  kill(killed, SIGKILL);
+  waitpid(killed, nullptr, 0);
+  ASSERT_TRUE(caught) << "the run ended before it was caught writing";
+  int status = 0, queries = 0;
+  for (bool done = false; !done; ++queries) {
+    done = waitpid(waiting, &status, WNOHANG) == waiting;
     Repository repo(tree.db());
-    EXPECT_EQ(repo.get_stats().at("files"), 600);
-    EXPECT_EQ(repo.get_stats().at("symbols"), 600 * 22);
-    ++queries;
-    for (const pid_t pid : {first, second}) {
-      int status = 0;
-      if (!statuses.contains(pid) && waitpid(pid, &status, WNOHANG) == pid) {
-        statuses[pid] = status;
-        ++finished;
-      }
-    }
+    EXPECT_EQ(repo.get_stats().at("files"), 1000);
+    EXPECT_EQ(repo.get_stats().at("symbols"), 1000 * 22);
   }
-  for (const auto& [pid, status] : statuses)
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   EXPECT_GT(queries, 1);
   EXPECT_EQ(leftovers(tree), std::vector<std::string>{});
-  EXPECT_EQ(Repository(tree.db()).get_stats().at("symbols"), 600 * 22);
 }
 
 // Only a missing file or an index is replaced; whatever else is named stays as it was.
@@ -409,6 +353,14 @@ TEST(Indexer, ReplacesOnlyAnIndexAndLeavesNoTemporaryFile) {
     fs::remove(c.db + ".tmp");
     EXPECT_FALSE(fs::exists(c.db + ".lock")) << c.db;
   }
+  // A run waits while another holds the lock.
+  const int held = open((index.path() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  bool waited = false;
+  indexer::build_index({.root = tree.root(), .db_path = index.path(), .waiting = [&] {
+                          waited = close(held) == 0;
+                        }});
+  EXPECT_TRUE(waited);
   // A run that fails after it has begun writing leaves no temporary file either.
   const std::string db = out + "/failed.db";
   EXPECT_THROW(indexer::build_index({.root = tree.root() / "nowhere", .db_path = db}),
