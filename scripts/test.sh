@@ -15,7 +15,8 @@ run_suite() {
 }
 
 echo "== tests" >&2
-run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUARRY_WERROR=ON
 echo "== tests under AddressSanitizer and UndefinedBehaviorSanitizer" >&2
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
-  run_suite build-sanitize -DCMAKE_BUILD_TYPE=Debug -DQUARRY_SANITIZE=ON -DQUARRY_BUILD_BENCH=OFF
+  run_suite build-sanitize -DCMAKE_BUILD_TYPE=Debug -DQUARRY_SANITIZE=ON -DQUARRY_BUILD_BENCH=OFF \
+  -DQUARRY_WERROR=ON
