@@ -281,14 +281,19 @@ TEST(Indexer, ConcurrentAndKilledRunsLeaveOnlyWholeIndexes) {
   TempTree tree;
   write_large_tree(tree, 1000);
   tree.index();
-  const pid_t killed = testing::start_quarry({"index", tree.root().string()});
+  // Starts a run and returns once it writes its temporary file (or has ended).
+  const auto start_writing = [&] {
+    const pid_t pid = testing::start_quarry({"index", tree.root().string()});
+    bool writing = false;
+    for (int waited = 0; pid > 0 && waited < 120000 && !writing; ++waited) {
+      for (const std::string& name : leftovers(tree))
+        writing = writing || name.starts_with("index.db.tmp-");
+      if (!writing) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return std::pair{pid, writing};
+  };
+  const auto [killed, caught] = start_writing();
   ASSERT_GT(killed, 0);
-  bool caught = false;
-  for (int waited = 0; waited < 120000 && !caught; ++waited) {
-    for (const std::string& name : leftovers(tree))
-      caught = caught || name.starts_with("index.db.tmp-");
-    if (!caught) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
   const pid_t waiting = testing::start_quarry({"index", tree.root().string()});
   ASSERT_GT(waiting, 0);
   kill(killed, SIGKILL);
@@ -303,6 +308,14 @@ TEST(Indexer, ConcurrentAndKilledRunsLeaveOnlyWholeIndexes) {
   }
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   EXPECT_GT(queries, 1);
+  EXPECT_EQ(leftovers(tree), std::vector<std::string>{});
+
+  // An interrupted run removes its own files on the way out.
+  const auto [interrupted, writing] = start_writing();
+  ASSERT_TRUE(writing);
+  kill(interrupted, SIGTERM);
+  ASSERT_EQ(waitpid(interrupted, &status, 0), interrupted);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
   EXPECT_EQ(leftovers(tree), std::vector<std::string>{});
 }
 

@@ -1,6 +1,7 @@
 #include "indexer/index_target.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -168,7 +169,16 @@ IndexTarget::IndexTarget(const std::string& path, const std::function<void()>& w
     check_replaceable(path);
     remove_stale_temporaries(path);
     std::string name = path + std::string(TEMPORARY_INFIX) + "XXXXXX";
+    // A signal that comes between creating the file and registering it for removal waits
+    // until it is registered.
+    sigset_t blocked, previous;
+    sigemptyset(&blocked);
+    for (const int signal : CLEANUP_SIGNALS)
+      sigaddset(&blocked, signal);
+    pthread_sigmask(SIG_BLOCK, &blocked, &previous);
     const int fd = mkstemp(name.data());
+    if (fd >= 0) removed_on_signal_ = register_cleanup(name, lock_path_);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     if (fd < 0) throw system_error(path, "cannot create a temporary file beside it");
     // mkstemp makes the file private; the index gets the mode any new file would.
     const mode_t mask = umask(0);
@@ -176,8 +186,8 @@ IndexTarget::IndexTarget(const std::string& path, const std::function<void()>& w
     fchmod(fd, 0666 & ~mask);
     close(fd);
     temporary_ = std::move(name);
-    removed_on_signal_ = register_cleanup(temporary_, lock_path_);
   } catch (...) {
+    if (removed_on_signal_) unregister_cleanup();
     unlink(lock_path_.c_str());
     close(lock_fd_);
     throw;
