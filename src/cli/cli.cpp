@@ -44,16 +44,20 @@ void reject_empty_assignments(const std::vector<std::string>& args) {
   }
 }
 
-// Every option or argument that takes a value and was given one got a non-empty one.
-void reject_empty_values(const CLI::App& app) {
-  for (const CLI::Option* option : app.get_options()) {
-    if (option->get_type_size_min() == 0) continue;  // a flag
-    for (const std::string& value : option->results()) {
-      if (value.empty()) throw UsageError(option->get_name() + " needs a value, not ''");
+// Every option or argument, of the program or of the chosen command, that takes a value and
+// was given one got a non-empty one.
+void reject_empty_values(CLI::App& app) {
+  std::vector<const CLI::App*> apps{&app};
+  for (const CLI::App* command : app.get_subcommands())
+    apps.push_back(command);
+  for (const CLI::App* each : apps) {
+    for (const CLI::Option* option : each->get_options()) {
+      if (option->get_type_size_min() == 0) continue;  // a flag
+      for (const std::string& value : option->results()) {
+        if (value.empty()) throw UsageError(option->get_name() + " needs a value, not ''");
+      }
     }
   }
-  for (const CLI::App* command : app.get_subcommands())
-    reject_empty_values(*command);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <ostream>
 
 namespace quarry::cli {
@@ -64,27 +65,19 @@ std::string printable(std::string_view text) {
     }
     const std::string_view sequence = text.substr(i, length);
     i += length;
-    // C1 controls, U+0080..U+009F: C2 80..C2 9F.
-    if (length == 2 && byte == 0xC2 && static_cast<unsigned char>(sequence[1]) < 0xA0) {
-      out += "\\u{" + std::string(1, HEX[(sequence[1] >> 4) & 15]) + HEX[sequence[1] & 15] + "}";
+    // C1 controls (U+0080..U+009F) and the bidirectional controls (U+200E, U+200F,
+    // U+202A..U+202E, U+2066..U+2069) are shown by their code points.
+    unsigned code = 0;
+    if (length == 2) code = ((byte & 0x1Fu) << 6) | (sequence[1] & 0x3Fu);
+    if (length == 3)
+      code = ((byte & 0x0Fu) << 12) | ((sequence[1] & 0x3Fu) << 6) | (sequence[2] & 0x3Fu);
+    const bool control = (code >= 0x80 && code <= 0x9F) || code == 0x200E || code == 0x200F ||
+                         (code >= 0x202A && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+    if (control) {
+      char escaped[16];
+      std::snprintf(escaped, sizeof escaped, "\\u{%x}", code);
+      out += escaped;
       continue;
-    }
-    // Bidirectional controls: U+200E, U+200F, U+202A..U+202E, U+2066..U+2069 (E2 80 8E,
-    // E2 80 8F, E2 80 AA..AE, E2 81 A6..A9).
-    if (length == 3 && byte == 0xE2) {
-      const auto second = static_cast<unsigned char>(sequence[1]);
-      const auto third = static_cast<unsigned char>(sequence[2]);
-      const bool bidi = (second == 0x80 &&
-                         (third == 0x8E || third == 0x8F || (third >= 0xAA && third <= 0xAE))) ||
-                        (second == 0x81 && third >= 0xA6 && third <= 0xA9);
-      if (bidi) {
-        const unsigned code = ((byte & 0x0Fu) << 12) | ((second & 0x3Fu) << 6) | (third & 0x3Fu);
-        out += "\\u{";
-        for (int shift = 12; shift >= 0; shift -= 4)
-          out += HEX[(code >> shift) & 15];
-        out += '}';
-        continue;
-      }
     }
     out.append(sequence);
   }

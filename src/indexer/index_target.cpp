@@ -12,7 +12,6 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "storage/database.h"
@@ -34,12 +33,7 @@ void check_holds_index(const std::string& path) {
   const std::string refusal =
       "not a quarry index, so quarry index will not replace it (choose another --db, or "
       "remove the file)";
-  std::array<char, 16> magic{};
-  std::ifstream in(path, std::ios::binary);
-  if (!in.read(magic.data(), magic.size()) ||
-      std::string_view(magic.data(), magic.size()) != std::string_view("SQLite format 3\0", 16)) {
-    throw std::runtime_error(path + ": " + refusal);
-  }
+  if (!is_sqlite_database(path)) throw std::runtime_error(path + ": " + refusal);
   int tables = 0;
   bool meta = false;
   try {

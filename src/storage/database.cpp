@@ -100,11 +100,14 @@ std::optional<std::array<unsigned char, 20>> read_header(const std::string& path
   return header;
 }
 
+bool has_magic(const std::array<unsigned char, 20>& header) {
+  return std::string_view(reinterpret_cast<const char*>(header.data()), SQLITE_MAGIC.size()) ==
+         SQLITE_MAGIC;
+}
+
 bool is_wal_mode(const std::string& path) {
   const auto header = read_header(path);
-  return header &&
-         std::string_view(reinterpret_cast<const char*>(header->data()), SQLITE_MAGIC.size()) ==
-             SQLITE_MAGIC &&
+  return header && has_magic(*header) &&
          ((*header)[WRITE_VERSION_OFFSET] == 2 || (*header)[READ_VERSION_OFFSET] == 2);
 }
 
@@ -321,6 +324,11 @@ Database::Database(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Database::Database(Database&&) noexcept = default;
 Database& Database::operator=(Database&&) noexcept = default;
 Database::~Database() = default;
+
+bool is_sqlite_database(const std::string& path) {
+  const auto header = read_header(path);
+  return header && has_magic(*header);
+}
 
 Database Database::open_readonly(const std::string& path) {
   namespace fs = std::filesystem;

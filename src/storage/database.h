@@ -49,6 +49,9 @@ std::string to_text(const Value& value);
 std::optional<std::int64_t> to_optional_int(const Value& value);
 bool is_null(const Value& value);
 
+// Whether the file at `path` starts with SQLite's header. Reads it; opens no connection.
+bool is_sqlite_database(const std::string& path);
+
 class Database {
  public:
   // Opens an existing database file for reading only (SQLITE_OPEN_READONLY). The name is
