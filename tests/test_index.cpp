@@ -124,4 +124,45 @@ std::string file_bytes(const std::string& path) {
   return bytes.str();
 }
 
+TempTree::TempTree(const SourceTree& files) {
+  static int counter = 0;
+  root_ = std::filesystem::path(::testing::TempDir()) /
+          ("quarry_tree_" + std::to_string(getpid()) + "_" + std::to_string(counter++));
+  std::filesystem::remove_all(root_);
+  std::filesystem::create_directories(root_);
+  for (const auto& [path, text] : files)
+    write(path, text);
+}
+
+TempTree::~TempTree() {
+  std::filesystem::remove_all(root_);
+}
+
+void TempTree::write(const std::string& path, const std::string& text) const {
+  std::filesystem::create_directories((root_ / path).parent_path());
+  std::ofstream(root_ / path, std::ios::binary) << text;
+}
+
+indexer::IndexSummary TempTree::index() const {
+  return indexer::build_index({.root = root_, .db_path = db(), .threads = 2});
+}
+
+std::set<EdgeRow> edges_of(Repository& repo) {
+  std::set<EdgeRow> edges;
+  for (const Row& row : repo.db().fetchall(
+           "SELECT s.fqn, t.fqn, e.kind, COALESCE(e.resolution, '') FROM edges e "
+           "JOIN symbols s ON s.id = e.source_id JOIN symbols t ON t.id = e.target_id")) {
+    edges.emplace(to_text(row[0]), to_text(row[1]), to_text(row[2]), to_text(row[3]));
+  }
+  return edges;
+}
+
+std::set<std::string> pending_of(Repository& repo) {
+  std::set<std::string> names;
+  for (const Row& row : repo.db().fetchall("SELECT target_name FROM pending_references")) {
+    names.insert(to_text(row[0]));
+  }
+  return names;
+}
+
 }  // namespace quarry::testing

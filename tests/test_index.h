@@ -5,11 +5,15 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "indexer/indexer.h"
 #include "storage/database.h"
 #include "storage/repository.h"
 
@@ -71,5 +75,32 @@ pid_t start_quarry(std::vector<std::string> args, int stdout_fd = -1,
 
 // The bytes of a file, to show that reading never changes it.
 std::string file_bytes(const std::string& path);
+
+using SourceTree = std::map<std::string, std::string>;
+using EdgeRow = std::tuple<std::string, std::string, std::string, std::string>;
+
+// A directory of sources written by a test (path -> text), removed at its end.
+class TempTree {
+ public:
+  explicit TempTree(const SourceTree& files = {});
+  ~TempTree();
+  TempTree(const TempTree&) = delete;
+  TempTree& operator=(const TempTree&) = delete;
+
+  void write(const std::string& path, const std::string& text) const;
+  const std::filesystem::path& root() const { return root_; }
+  std::string db() const { return (root_ / ".quarry" / "index.db").string(); }
+  // Indexes the tree into db() with two threads.
+  indexer::IndexSummary index() const;
+
+ private:
+  std::filesystem::path root_;
+};
+
+// The edges of an index as (source fqn, target fqn, kind, resolution or "").
+std::set<EdgeRow> edges_of(Repository& repo);
+
+// The target names of the index's pending references.
+std::set<std::string> pending_of(Repository& repo);
 
 }  // namespace quarry::testing

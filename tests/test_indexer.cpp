@@ -24,57 +24,11 @@ namespace quarry {
 namespace {
 
 namespace fs = std::filesystem;
-
-using SourceTree = std::map<std::string, std::string>;
-using EdgeRow = std::tuple<std::string, std::string, std::string, std::string>;
-
-// A directory of sources written by a test, removed at its end.
-class TempTree {
- public:
-  explicit TempTree(const SourceTree& files = {}) {
-    static int counter = 0;
-    root_ = fs::path(::testing::TempDir()) /
-            ("quarry_tree_" + std::to_string(getpid()) + "_" + std::to_string(counter++));
-    fs::remove_all(root_);
-    fs::create_directories(root_);
-    for (const auto& [path, text] : files)
-      write(path, text);
-  }
-  ~TempTree() { fs::remove_all(root_); }
-
-  void write(const std::string& path, const std::string& text) const {
-    fs::create_directories((root_ / path).parent_path());
-    std::ofstream(root_ / path, std::ios::binary) << text;
-  }
-  const fs::path& root() const { return root_; }
-  std::string db() const { return (root_ / ".quarry" / "index.db").string(); }
-
-  indexer::IndexSummary index() const {
-    return indexer::build_index({.root = root_, .db_path = db(), .threads = 2});
-  }
-
- private:
-  fs::path root_;
-};
-
-// The edges of an index by the fqns of their ends.
-std::set<EdgeRow> edges_of(Repository& repo) {
-  std::set<EdgeRow> edges;
-  for (const Row& row : repo.db().fetchall(
-           "SELECT s.fqn, t.fqn, e.kind, COALESCE(e.resolution, '') FROM edges e "
-           "JOIN symbols s ON s.id = e.source_id JOIN symbols t ON t.id = e.target_id")) {
-    edges.emplace(to_text(row[0]), to_text(row[1]), to_text(row[2]), to_text(row[3]));
-  }
-  return edges;
-}
-
-std::set<std::string> pending_of(Repository& repo) {
-  std::set<std::string> names;
-  for (const Row& row : repo.db().fetchall("SELECT target_name FROM pending_references")) {
-    names.insert(to_text(row[0]));
-  }
-  return names;
-}
+using testing::EdgeRow;
+using testing::edges_of;
+using testing::pending_of;
+using testing::SourceTree;
+using testing::TempTree;
 
 TEST(Indexer, BindsNamesByTheirScopeAndImports) {
   struct Case {
