@@ -11,6 +11,25 @@
 
 namespace quarry::indexer {
 
+// Where the type of a value can be read from. Chains are looked up in `scope` of the file
+// that holds the hint; their elements are names, CALL_RESULT for the value a call returns,
+// and UNKNOWN_VALUE never.
+struct TypeHint {
+  enum class Kind {
+    call,        // the value a call of `chain` returns: `x = Session()`, `x = make()`
+    annotation,  // an instance of the class `chain` names: `x: Session`, `except E as x`
+    name,        // the value `chain` stands for: `self.session = session`
+  };
+  Kind kind = Kind::name;
+  std::vector<std::string> chain;
+  int scope = 0;
+
+  bool operator==(const TypeHint&) const = default;
+};
+
+// The most hints kept for one value, one function's result or one attribute of a class.
+inline constexpr std::size_t MAX_TYPE_HINTS = 4;
+
 // What a name is bound to in one scope.
 struct Binding {
   enum class Kind {
@@ -26,10 +45,8 @@ struct Binding {
   std::string name;
   // Further definitions of the same name in the same scope (a name defined twice).
   std::vector<int> also;
-  // For a value assigned from a call, `x = Cls()`: the called chain and the scope it is
-  // looked up in, so that x can be known as an instance of Cls.
-  std::vector<std::string> made_by;
-  int made_in = -1;
+  // For a value: where its type can be read from (its annotation, what it is assigned).
+  std::vector<TypeHint> hints;
 };
 
 // One row of `symbols`, local to its file.
@@ -45,9 +62,11 @@ struct Definition {
   std::optional<Binding> import;
   // For a class: the scope of its body, where its members are bound.
   int body_scope = -1;
-  // For a variable assigned from a call, `X = Cls()`: the called chain and its scope.
-  std::vector<std::string> made_by;
-  int made_in = -1;
+  // For a variable: where its type can be read from; for a function: its return annotation.
+  std::vector<TypeHint> hints;
+  // For a class: the types of the attributes its methods assign (`self.x = ...`) or that
+  // its body annotates, by attribute name.
+  std::unordered_map<std::string, std::vector<TypeHint>> attributes;
 };
 
 struct Scope {
@@ -90,8 +109,11 @@ struct FileModel {
   std::vector<std::string> warnings;
 };
 
-// The head of a chain whose value is an expression of unknown type: `f().m()`.
+// The head of a chain whose value is an expression of unknown type: `xs[0].m()`.
 inline constexpr std::string_view UNKNOWN_VALUE = "?";
+// A chain element for the value that calling the chain before it returns: `f().m()` is
+// {f, "()", m}.
+inline constexpr std::string_view CALL_RESULT = "()";
 
 inline constexpr int MODULE_DEFINITION = 0;
 inline constexpr int TOPLEVEL_DEFINITION = 1;

@@ -28,6 +28,78 @@ bool is_constant_name(std::string_view name) {
   return letter;
 }
 
+bool is_identifier(std::string_view name) {
+  if (name.empty() || (name.front() >= '0' && name.front() <= '9')) return false;
+  return std::all_of(name.begin(), name.end(), [](char c) {
+    return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           static_cast<unsigned char>(c) >= 0x80;
+  });
+}
+
+// The last name of a dotted name: "Optional" of "typing.Optional".
+std::string_view last_name(std::string_view dotted) {
+  const std::size_t dot = dotted.rfind('.');
+  return dot == std::string_view::npos ? dotted : dotted.substr(dot + 1);
+}
+
+// Annotations whose arguments are the types a value may have.
+bool is_type_wrapper(std::string_view name) {
+  return name == "Optional" || name == "Union" || name == "Annotated" || name == "ClassVar" ||
+         name == "Final" || name == "Required" || name == "NotRequired" || name == "ReadOnly";
+}
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
+    text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+    text.remove_suffix(1);
+  return text;
+}
+
+// `text` split at the `separator`s outside brackets.
+std::vector<std::string_view> split_outside_brackets(std::string_view text, char separator) {
+  std::vector<std::string_view> parts;
+  int depth = 0;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '[') ++depth;
+    if (text[i] == ']') --depth;
+    if (depth == 0 && text[i] == separator) {
+      parts.push_back(text.substr(start, i - start));
+      start = i + 1;
+    }
+  }
+  parts.push_back(text.substr(start));
+  return parts;
+}
+
+// The dotted names of the classes that an annotation written as a string names:
+// "Session", "Optional[db.Session]", "Session | None".
+std::vector<std::string> annotation_text_names(std::string_view annotation) {
+  std::vector<std::string> names;
+  std::vector<std::string_view> pending{annotation};
+  while (!pending.empty() && names.size() < MAX_TYPE_HINTS) {
+    const std::string_view text = trimmed(pending.back());
+    pending.pop_back();
+    const auto alternatives = split_outside_brackets(text, '|');
+    if (alternatives.size() > 1) {
+      pending.insert(pending.end(), alternatives.rbegin(), alternatives.rend());
+      continue;
+    }
+    const std::size_t open = text.find('[');
+    if (open == std::string_view::npos) {
+      names.emplace_back(text);
+      continue;
+    }
+    if (!text.ends_with(']') || !is_type_wrapper(last_name(trimmed(text.substr(0, open)))))
+      continue;
+    auto arguments = split_outside_brackets(text.substr(open + 1, text.size() - open - 2), ',');
+    if (last_name(trimmed(text.substr(0, open))) == "Annotated") arguments.resize(1);
+    pending.insert(pending.end(), arguments.rbegin(), arguments.rend());
+  }
+  return names;
+}
+
 std::string_view type_of(TSNode node) {
   return ts_node_type(node);
 }
@@ -197,12 +269,80 @@ class ModelBuilder {
     return names;
   }
 
-  // The object a chain of attributes starts from: f() in f().a.b. Null when an attribute
-  // lacks its object (a syntax error).
-  static TSNode innermost_object(TSNode node) {
-    while (!ts_node_is_null(node) && type_of(node) == "attribute")
-      node = field(node, "object");
-    return node;
+  // An expression of attributes and calls read down to where it starts: `a.b().c` is the
+  // chain {a, b, "()", c}. A chain that does not start from a name starts from
+  // UNKNOWN_VALUE, and `base` is the expression it starts from (`xs[0]` in `xs[0].m()`).
+  struct ChainWalk {
+    std::vector<std::string> names;
+    // The calls inside the chain: the length of the chain each calls, and its node.
+    std::vector<std::pair<std::size_t, TSNode>> calls;
+    TSNode base{};
+    bool has_base = false;
+  };
+
+  // Reads the chain of `node` in one pass down its attributes and calls: a long chain is
+  // walked once, not once per link.
+  ChainWalk walk_chain(TSNode node) const {
+    ChainWalk walk;
+    std::vector<TSNode> calls;  // in the order met, outermost first
+    std::vector<std::size_t> call_at;
+    while (true) {
+      const std::string_view type = ts_node_is_null(node) ? std::string_view() : type_of(node);
+      if (type == "attribute") {
+        walk.names.push_back(text(field(node, "attribute")));
+        node = field(node, "object");
+      } else if (type == "call") {
+        const TSNode function = field(node, "function");
+        if (!ts_node_is_null(function) && type_of(function) == "identifier" &&
+            text_is(function, "super")) {
+          walk.names.emplace_back();
+          break;
+        }
+        call_at.push_back(walk.names.size());
+        calls.push_back(node);
+        walk.names.emplace_back(CALL_RESULT);
+        node = function;
+      } else if (type == "identifier") {
+        walk.names.push_back(text(node));
+        break;
+      } else {
+        walk.names.emplace_back(UNKNOWN_VALUE);
+        walk.base = node;
+        walk.has_base = !ts_node_is_null(node);
+        break;
+      }
+    }
+    std::reverse(walk.names.begin(), walk.names.end());
+    const std::size_t size = walk.names.size();
+    for (std::size_t i = 0; i < calls.size(); ++i)
+      walk.calls.emplace_back(size - 1 - call_at[i], calls[i]);
+    return walk;
+  }
+
+  // Whether a use of `chain` can be bound at all: it starts from a name, or it ends on an
+  // attribute of an expression (`xs[0].m`, whose m can still be guessed).
+  static bool worth_a_use(const std::vector<std::string>& chain) {
+    return chain.front() != UNKNOWN_VALUE || (chain.size() > 1 && chain.back() != CALL_RESULT);
+  }
+
+  // Records the uses that an expression of attributes and calls makes: a call use for each
+  // call in it, and for an expression that is no call, a use of `kind` for the whole chain
+  // when it starts from a name. Pushes the calls' arguments and the expression the chain
+  // starts from.
+  void use_chain(const Frame& frame, TSNode node, UseKind kind) {
+    ChainWalk walk = walk_chain(node);
+    for (const auto& [length, call] : walk.calls) {
+      std::vector<std::string> called(walk.names.begin(),
+                                      walk.names.begin() + static_cast<std::ptrdiff_t>(length));
+      if (worth_a_use(called)) {
+        use(UseKind::call, frame.scope, frame.owner, std::move(called), line_of(call));
+      }
+      push(field(call, "arguments"), frame.scope, frame.owner);
+    }
+    if (walk.has_base) push(walk.base, frame.scope, frame.owner, frame.type_mode);
+    if (walk.names.back() != CALL_RESULT && walk.names.front() != UNKNOWN_VALUE) {
+      use(kind, frame.scope, frame.owner, std::move(walk.names), line_of(node));
+    }
   }
 
   void visit(const Frame& frame) {
@@ -233,15 +373,7 @@ class ModelBuilder {
     } else if (type == "call") {
       visit_call(frame);
     } else if (type == "attribute") {
-      if (auto chain = chain_of(frame.node)) {
-        use(frame.type_mode ? UseKind::type : UseKind::reference, frame.scope, frame.owner,
-            std::move(*chain), line_of(frame.node));
-      } else {
-        // Every attribute below this one ends on the same object, so none of them names a
-        // chain either: go straight to that object rather than trying each in turn, which
-        // on a chain of n attributes would walk it n times.
-        push(innermost_object(frame.node), frame.scope, frame.owner, frame.type_mode);
-      }
+      use_chain(frame, frame.node, frame.type_mode ? UseKind::type : UseKind::reference);
     } else if (type == "identifier") {
       use(frame.type_mode ? UseKind::type : UseKind::reference, frame.scope, frame.owner,
           {text(frame.node)}, line_of(frame.node));
@@ -263,14 +395,17 @@ class ModelBuilder {
       for (TSNode child : named_children(frame.node)) {
         if (!ts_node_eq(child, left)) push(child, frame.scope, frame.owner);
       }
-    } else if (type == "as_pattern") {
+    } else if (type == "except_clause") {
+      // `except E as e`: e is an instance of E.
       for (TSNode child : named_children(frame.node)) {
-        if (type_of(child) == "as_pattern_target") {
-          bind_targets(child, frame.scope, frame.owner);
+        if (type_of(child) == "as_pattern") {
+          visit_as_pattern({child, frame.scope, frame.owner, frame.type_mode}, true);
         } else {
           push(child, frame.scope, frame.owner);
         }
       }
+    } else if (type == "as_pattern") {
+      visit_as_pattern(frame, false);
     } else if (type == "named_expression") {
       bind_targets(field(frame.node, "name"), frame.scope, frame.owner);
       push(field(frame.node, "value"), frame.scope, frame.owner);
@@ -282,6 +417,26 @@ class ModelBuilder {
       // Patterns capture names rather than use them; the rest holds no name.
     } else {
       push_children(frame);
+    }
+  }
+
+  // `with Cls() as x` makes x what the call returns; `except E as e` (`caught`) an
+  // instance of E.
+  void visit_as_pattern(const Frame& frame, bool caught) {
+    TSNode value{};
+    for (TSNode child : named_children(frame.node)) {
+      if (type_of(child) == "as_pattern_target") {
+        bind_targets(child, frame.scope, frame.owner);
+        if (ts_node_is_null(value)) continue;
+        const TSNode target = ts_node_named_child(child, 0);
+        if (ts_node_named_child_count(child) != 1 || type_of(target) != "identifier") continue;
+        hint_target(
+            frame.scope, target,
+            caught ? annotation_hints(value, frame.scope) : value_hints(value, frame.scope));
+      } else {
+        value = child;
+        push(child, frame.scope, frame.owner);
+      }
     }
   }
 
@@ -349,7 +504,9 @@ class ModelBuilder {
     const int body = add_scope({Scope::Kind::function, frame.scope, id, method_of, fqn, {}, {}});
     visit_parameters(field(definition, "parameters"), frame, id, body,
                      method_of >= 0 && !is_static ? method_of : -1);
-    push(field(definition, "return_type"), frame.scope, id, true);
+    const TSNode returns = field(definition, "return_type");
+    m_.definitions[static_cast<std::size_t>(id)].hints = annotation_hints(returns, frame.scope);
+    push(returns, frame.scope, id, true);
     push(field(definition, "body"), body, id);
   }
 
@@ -388,13 +545,17 @@ class ModelBuilder {
     for (TSNode parameter : named_children(parameters)) {
       const std::string_view type = type_of(parameter);
       TSNode name = parameter;
+      std::vector<TypeHint> hints;
       if (type == "default_parameter" || type == "typed_default_parameter") {
         name = field(parameter, "name");
         push(field(parameter, "value"), outer.scope, outer.owner);
       }
       if (type == "typed_parameter" || type == "typed_default_parameter") {
-        push(field(parameter, "type"), outer.scope, function, true);
+        const TSNode annotation = field(parameter, "type");
+        push(annotation, outer.scope, function, true);
         if (type == "typed_parameter") name = ts_node_named_child(parameter, 0);
+        // *args: C and **kwargs: C hold many values of C, not one.
+        if (type_of(name) == "identifier") hints = annotation_hints(annotation, outer.scope);
       }
       if (type_of(name) == "list_splat_pattern" || type_of(name) == "dictionary_splat_pattern") {
         name = ts_node_named_child(name, 0);
@@ -407,7 +568,9 @@ class ModelBuilder {
       if (first && instance_of >= 0) {
         bind(body, text(name), {Binding::Kind::instance, instance_of, {}, {}, {}});
       } else {
-        bind(body, text(name), {});
+        Binding value;
+        value.hints = std::move(hints);
+        bind(body, text(name), std::move(value));
       }
       first = false;
     }
@@ -482,51 +645,151 @@ class ModelBuilder {
       collect_exports(field(frame.node, "right"));
     }
     bind_targets(left, frame.scope, frame.owner, line_of(frame.node), end_line_of(frame.node));
-    remember_constructor(frame.scope, left, field(frame.node, "right"));
-    push(field(frame.node, "type"), frame.scope, frame.owner, true);
+    const TSNode annotation = field(frame.node, "type");
+    const TSNode right = field(frame.node, "right");
+    hint_target(frame.scope, left,
+                ts_node_is_null(annotation) ? value_hints(right, frame.scope)
+                                            : annotation_hints(annotation, frame.scope));
+    push(annotation, frame.scope, frame.owner, true);
     push(field(frame.node, "right"), frame.scope, frame.owner);
   }
 
-  // `x = Chain(...)`: remembers the called chain on the binding of x (or on its symbol), so
-  // that x.m() can be bound when Chain turns out to be a class.
-  void remember_constructor(int scope, TSNode left, TSNode right) {
-    if (ts_node_is_null(left) || ts_node_is_null(right) || type_of(left) != "identifier" ||
-        type_of(right) != "call") {
-      return;
-    }
-    auto chain = chain_of(field(right, "function"));
-    if (!chain || chain->front().empty()) return;
-    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
-    auto it = bindings.find(text(left));
-    if (it == bindings.end()) return;
-    Binding& binding = it->second;
-    if (binding.kind == Binding::Kind::value && binding.made_by.empty()) {
-      binding.made_by = *chain;
-      binding.made_in = scope;
-    } else if (binding.kind == Binding::Kind::definition) {
-      Definition& variable = m_.definitions[static_cast<std::size_t>(binding.definition)];
-      if (variable.made_by.empty() &&
-          (variable.kind == symbol_kind::VARIABLE || variable.kind == symbol_kind::CONSTANT)) {
-        variable.made_by = *chain;
-        variable.made_in = scope;
+  // The type hints an assigned expression gives: a call, a name or attribute chain, either
+  // side of `a or b` and of `a if c else b`, the awaited call.
+  std::vector<TypeHint> value_hints(TSNode expression, int scope) {
+    std::vector<TypeHint> hints;
+    std::vector<TSNode> pending{expression};
+    while (!pending.empty() && hints.size() < MAX_TYPE_HINTS) {
+      const TSNode node = pending.back();
+      pending.pop_back();
+      if (ts_node_is_null(node)) continue;
+      const std::string_view type = type_of(node);
+      if (type == "call" || type == "identifier" || type == "attribute") {
+        ChainWalk walk = walk_chain(node);
+        if (walk.names.front() == UNKNOWN_VALUE || walk.names.front().empty()) continue;
+        if (type == "call") {
+          walk.names.pop_back();  // the call's own result is what the hint stands for
+          hints.push_back({TypeHint::Kind::call, std::move(walk.names), scope});
+        } else {
+          hints.push_back({TypeHint::Kind::name, std::move(walk.names), scope});
+        }
+      } else if (type == "boolean_operator" || type == "conditional_expression" ||
+                 type == "parenthesized_expression" || type == "await") {
+        const std::vector<TSNode> children = named_children(node);
+        for (std::size_t i = children.size(); i-- > 0;) {
+          // The condition of `a if c else b` gives no value.
+          if (type == "conditional_expression" && i == 1) continue;
+          pending.push_back(children[i]);
+        }
       }
+    }
+    return hints;
+  }
+
+  // The classes an annotation names: `C`, `mod.C`, `Optional[C]`, `C | None`,
+  // `Union[C, D]`, `Annotated[C, ...]`, `ClassVar[C]`, `Final[C]` and the same written as
+  // a string.
+  std::vector<TypeHint> annotation_hints(TSNode annotation, int scope) {
+    std::vector<TypeHint> hints;
+    std::vector<TSNode> pending{annotation};
+    while (!pending.empty() && hints.size() < MAX_TYPE_HINTS) {
+      const TSNode node = pending.back();
+      pending.pop_back();
+      if (ts_node_is_null(node)) continue;
+      const std::string_view type = type_of(node);
+      if (type == "identifier" || type == "attribute" || type == "member_type") {
+        add_annotation(hints, raw_text(node), scope);
+      } else if (type == "string") {
+        std::string content;
+        for (TSNode part : named_children(node)) {
+          if (type_of(part) == "string_content") content += raw_text(part);
+        }
+        for (const std::string& named : annotation_text_names(content))
+          add_annotation(hints, named, scope);
+      } else if (type == "generic_type" || type == "subscript") {
+        const std::vector<TSNode> children = named_children(node);
+        if (children.empty()) continue;
+        const std::string_view wrapper = last_name(raw_text(children.front()));
+        if (!is_type_wrapper(wrapper)) continue;
+        std::vector<TSNode> arguments;
+        for (std::size_t i = 1; i < children.size(); ++i) {
+          if (type_of(children[i]) == "type_parameter") {
+            for (TSNode argument : named_children(children[i]))
+              arguments.push_back(argument);
+          } else {
+            arguments.push_back(children[i]);
+          }
+        }
+        if (wrapper == "Annotated" && arguments.size() > 1) arguments.resize(1);
+        for (auto it = arguments.rbegin(); it != arguments.rend(); ++it)
+          pending.push_back(*it);
+      } else if (type == "type" || type == "union_type" || type == "binary_operator" ||
+                 type == "parenthesized_expression") {
+        const std::vector<TSNode> children = named_children(node);
+        for (auto it = children.rbegin(); it != children.rend(); ++it)
+          pending.push_back(*it);
+      }
+    }
+    return hints;
+  }
+
+  // Adds the hint that the dotted name `dotted` (spaces around dots allowed) is a class.
+  static void add_annotation(std::vector<TypeHint>& hints, std::string_view dotted, int scope) {
+    std::vector<std::string> chain;
+    std::string name;
+    for (char c : dotted) {
+      if (c == '.') {
+        chain.push_back(std::move(name));
+        name.clear();
+      } else if (c != ' ' && c != '\t' && c != '\n' && c != '\r') {
+        name += c;
+      }
+    }
+    chain.push_back(std::move(name));
+    for (const std::string& part : chain) {
+      if (!is_identifier(part)) return;
+    }
+    if (chain.size() == 1 && chain.front() == "None") return;
+    if (hints.size() < MAX_TYPE_HINTS) hints.push_back({TypeHint::Kind::annotation, chain, scope});
+  }
+
+  // Records `hints` for the value that `target` names in `scope`: a name bound there, or an
+  // attribute of the instance of a method (`self.x`).
+  void hint_target(int scope, TSNode target, std::vector<TypeHint> hints) {
+    if (hints.empty() || ts_node_is_null(target)) return;
+    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
+    if (type_of(target) == "identifier") {
+      auto it = bindings.find(text(target));
+      if (it == bindings.end()) return;
+      Binding& binding = it->second;
+      if (binding.kind == Binding::Kind::value) {
+        add_hints(binding.hints, std::move(hints));
+      } else if (binding.kind == Binding::Kind::definition) {
+        Definition& variable = m_.definitions[static_cast<std::size_t>(binding.definition)];
+        if (variable.kind == symbol_kind::VARIABLE || variable.kind == symbol_kind::CONSTANT) {
+          add_hints(variable.hints, std::move(hints));
+        }
+      }
+    } else if (type_of(target) == "attribute") {
+      const TSNode object = field(target, "object");
+      if (ts_node_is_null(object) || type_of(object) != "identifier") return;
+      auto it = bindings.find(text(object));
+      if (it == bindings.end() || it->second.kind != Binding::Kind::instance) return;
+      const std::string name = text(field(target, "attribute"));
+      if (name.empty()) return;
+      Definition& owner = m_.definitions[static_cast<std::size_t>(it->second.definition)];
+      add_hints(owner.attributes[name], std::move(hints));
     }
   }
 
-  void visit_call(const Frame& frame) {
-    const TSNode function = field(frame.node, "function");
-    if (auto chain = chain_of(function)) {
-      use(UseKind::call, frame.scope, frame.owner, std::move(*chain), line_of(frame.node));
-    } else if (type_of(function) == "attribute") {
-      // A method called on the value of an expression: only its name is known.
-      use(UseKind::call, frame.scope, frame.owner,
-          {std::string(UNKNOWN_VALUE), text(field(function, "attribute"))}, line_of(frame.node));
-      push(field(function, "object"), frame.scope, frame.owner);
-    } else {
-      push(function, frame.scope, frame.owner);
+  static void add_hints(std::vector<TypeHint>& to, std::vector<TypeHint> from) {
+    for (TypeHint& hint : from) {
+      if (to.size() >= MAX_TYPE_HINTS) return;
+      if (std::find(to.begin(), to.end(), hint) == to.end()) to.push_back(std::move(hint));
     }
-    push(field(frame.node, "arguments"), frame.scope, frame.owner);
   }
+
+  void visit_call(const Frame& frame) { use_chain(frame, frame.node, UseKind::call); }
 
   // An import edge from the importing definition to what `binding` names.
   void import_use(const Frame& frame, const Binding& binding, std::int64_t line) {

@@ -237,17 +237,35 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
     for (std::size_t d = 0; d < definitions.size(); ++d) {
       where_.emplace_back(static_cast<std::uint32_t>(f), static_cast<std::uint32_t>(d));
       by_fqn_[definitions[d].fqn].push_back(next);
-      if (is_callable_kind(definitions[d].kind)) {
-        callables_by_name_[definitions[d].name].push_back(next);
-      }
       ++next;
     }
     module_files_.try_emplace(files[f].module, f);
   }
-  for (auto& [name, ids] : callables_by_name_) {
-    std::sort(ids.begin(), ids.end(), [&](std::int64_t a, std::int64_t b) {
-      return std::tie(definition(a).fqn, a) < std::tie(definition(b).fqn, b);
-    });
+  // The members of classes by name: the definitions an attribute of a value of unknown
+  // type may be.
+  for (std::size_t f = 0; f < files.size(); ++f) {
+    for (const Scope& scope : files[f].scopes) {
+      if (scope.kind != Scope::Kind::class_body) continue;
+      for (const auto& [name, binding] : scope.bindings) {
+        if (binding.kind != Binding::Kind::definition) continue;
+        std::vector<int> ids{binding.definition};
+        ids.insert(ids.end(), binding.also.begin(), binding.also.end());
+        for (int d : ids) {
+          const std::string& kind = files[f].definitions[static_cast<std::size_t>(d)].kind;
+          if (kind == symbol_kind::METHOD) methods_by_name_[name].push_back(symbol_id(f, d));
+          if (kind == symbol_kind::METHOD || kind == symbol_kind::CLASS) {
+            members_by_name_[name].push_back(symbol_id(f, d));
+          }
+        }
+      }
+    }
+  }
+  for (auto* by_name : {&members_by_name_, &methods_by_name_}) {
+    for (auto& [name, ids] : *by_name) {
+      std::sort(ids.begin(), ids.end(), [&](std::int64_t a, std::int64_t b) {
+        return std::tie(definition(a).fqn, a) < std::tie(definition(b).fqn, b);
+      });
+    }
   }
   // Class hierarchy first, so that members are found through bases afterwards.
   for (std::size_t f = 0; f < files.size(); ++f) {
@@ -258,10 +276,93 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
       if (base.kind != Value::Kind::symbols) continue;
       auto& bases = bases_[symbol_id(f, use.source)];
       for (std::int64_t id : base.ids) {
-        if (definition(id).kind == symbol_kind::CLASS) bases.push_back(id);
+        if (definition(id).kind == symbol_kind::CLASS &&
+            std::find(bases.begin(), bases.end(), id) == bases.end()) {
+          bases.push_back(id);
+        }
       }
     }
   }
+  for (const auto& [cls, bases] : bases_)
+    linearize(cls);
+}
+
+// Computes the method resolution order of `cls` and of its bases, bases first, with an
+// explicit stack: the C3 merge of the bases' orders, or breadth first where the hierarchy
+// admits no such order (a cycle, or bases listed against their own order).
+void PythonResolver::linearize(std::int64_t cls) {
+  if (mro_.contains(cls)) return;
+  std::vector<std::int64_t> stack{cls};
+  std::set<std::int64_t> entered;
+  while (!stack.empty()) {
+    const std::int64_t current = stack.back();
+    if (mro_.contains(current)) {
+      stack.pop_back();
+      continue;
+    }
+    const auto bases = bases_.find(current);
+    const std::vector<std::int64_t> none;
+    const std::vector<std::int64_t>& direct = bases == bases_.end() ? none : bases->second;
+    if (entered.insert(current).second) {
+      for (std::int64_t base : direct) {
+        if (!mro_.contains(base) && !entered.contains(base)) stack.push_back(base);
+      }
+      continue;
+    }
+    stack.pop_back();
+    // Every base is done unless the hierarchy has a cycle through `current`.
+    std::vector<std::vector<std::int64_t>> lists;
+    bool consistent = true;
+    for (std::int64_t base : direct) {
+      auto it = mro_.find(base);
+      if (it == mro_.end()) {
+        consistent = false;
+        break;
+      }
+      lists.push_back(it->second);
+    }
+    lists.push_back(direct);
+    std::vector<std::int64_t> order{current};
+    while (consistent) {
+      std::erase_if(lists, [](const auto& list) { return list.empty(); });
+      if (lists.empty()) break;
+      std::optional<std::int64_t> head;
+      for (const auto& list : lists) {
+        const std::int64_t candidate = list.front();
+        const bool in_a_tail = std::any_of(lists.begin(), lists.end(), [&](const auto& other) {
+          return std::find(other.begin() + 1, other.end(), candidate) != other.end();
+        });
+        if (!in_a_tail) {
+          head = candidate;
+          break;
+        }
+      }
+      if (!head) {
+        consistent = false;
+        break;
+      }
+      order.push_back(*head);
+      for (auto& list : lists) {
+        if (list.front() == *head) list.erase(list.begin());
+      }
+    }
+    if (!consistent) {
+      // Breadth first through the bases, each class once.
+      order.assign(1, current);
+      for (std::size_t i = 0; i < order.size(); ++i) {
+        auto it = bases_.find(order[i]);
+        if (it == bases_.end()) continue;
+        for (std::int64_t base : it->second) {
+          if (std::find(order.begin(), order.end(), base) == order.end()) order.push_back(base);
+        }
+      }
+    }
+    mro_.emplace(current, std::move(order));
+  }
+}
+
+std::size_t PythonResolver::file_of(std::int64_t id) const {
+  return where_[static_cast<std::size_t>(id - first_id_)].first;
 }
 
 std::int64_t PythonResolver::symbol_id(std::size_t file, int definition) const {
@@ -319,6 +420,14 @@ PythonResolver::Value PythonResolver::resolve_from(const std::string& module,
         }
       }
       if (!ids.empty()) return {Value::Kind::symbols, std::move(ids), {}};
+      // A package that imports its own submodule (`from . import sub` in pkg/__init__)
+      // binds the submodule's own name.
+      if (reexport != nullptr && module_files_.contains(fqn) &&
+          (reexport->kind == Binding::Kind::module
+               ? reexport->module == fqn
+               : reexport->module + "." + reexport->name == fqn)) {
+        return module_value(fqn);
+      }
       if (reexport != nullptr) {
         if (reexport->kind == Binding::Kind::module) return module_value(reexport->module);
         queue.emplace_back(reexport->module, reexport->name);
@@ -336,27 +445,8 @@ PythonResolver::Value PythonResolver::resolve_from(const std::string& module,
   return {Value::Kind::external, {}, {}};
 }
 
-// What `Chain(...)` makes, looked up in `scope`: an instance when Chain names a class.
-// Values made this way are not followed further (`x = y(); z = x()`), which keeps the
-// lookup bounded.
-PythonResolver::Value PythonResolver::constructed(std::size_t file, int scope,
-                                                  const std::vector<std::string>& chain) const {
-  const Binding* binding = lookup(file, scope, chain.front());
-  if (binding == nullptr) return {Value::Kind::unknown, {}, {}};
-  Value value = resolve_binding(file, *binding, false);
-  for (std::size_t i = 1; i < chain.size(); ++i)
-    value = attribute(value, chain[i], false);
-  if (value.kind != Value::Kind::symbols) return {Value::Kind::unknown, {}, {}};
-  std::vector<std::int64_t> classes;
-  for (std::int64_t id : value.ids) {
-    if (definition(id).kind == symbol_kind::CLASS) classes.push_back(id);
-  }
-  if (classes.empty()) return {Value::Kind::unknown, {}, {}};
-  return {Value::Kind::instance, std::move(classes), {}};
-}
-
-PythonResolver::Value PythonResolver::resolve_binding(std::size_t file, const Binding& binding,
-                                                      bool infer) const {
+PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& binding,
+                                               int depth) const {
   switch (binding.kind) {
     case Binding::Kind::definition: {
       Value value{Value::Kind::symbols, {symbol_id(file, binding.definition)}, {}};
@@ -371,67 +461,177 @@ PythonResolver::Value PythonResolver::resolve_binding(std::size_t file, const Bi
     case Binding::Kind::instance:
       return {Value::Kind::instance, {symbol_id(file, binding.definition)}, {}};
     case Binding::Kind::value:
-      if (infer && !binding.made_by.empty()) {
-        return constructed(file, binding.made_in, binding.made_by);
-      }
-      break;
+      return value_of_hints(file, binding.hints, depth);
   }
   return {Value::Kind::unknown, {}, {}};
 }
 
-// The member `name` of the classes `classes` or of their bases, breadth first; with
-// `skip_own`, the classes' own members are passed over (super()).
+// What `hints` of file `file` say a value is: the instances of every class they name, else
+// the first thing one of them names.
+PythonResolver::Value PythonResolver::value_of_hints(std::size_t file,
+                                                     const std::vector<TypeHint>& hints,
+                                                     int depth) const {
+  if (depth <= 0 || hints.empty()) return {Value::Kind::unknown, {}, {}};
+  Value instances{Value::Kind::instance, {}, {}};
+  Value other{Value::Kind::unknown, {}, {}};
+  for (const TypeHint& hint : hints) {
+    Value value = value_of_chain(file, hint.scope, hint.chain, depth - 1);
+    if (hint.kind == TypeHint::Kind::call) {
+      value = call_result(value, depth - 1);
+    } else if (hint.kind == TypeHint::Kind::annotation) {
+      value = instance_of(value);
+    }
+    if (value.kind == Value::Kind::instance) {
+      instances.ids.insert(instances.ids.end(), value.ids.begin(), value.ids.end());
+    } else if (other.kind == Value::Kind::unknown && value.kind != Value::Kind::external &&
+               value.kind != Value::Kind::unbound) {
+      other = std::move(value);
+    }
+  }
+  if (!instances.ids.empty()) return instances;
+  return other;
+}
+
+// An instance of the classes among `value`'s symbols, or unknown.
+PythonResolver::Value PythonResolver::instance_of(const Value& value) const {
+  if (value.kind != Value::Kind::symbols) return {Value::Kind::unknown, {}, {}};
+  Value instance{Value::Kind::instance, {}, {}};
+  for (std::int64_t id : value.ids) {
+    if (definition(id).kind == symbol_kind::CLASS) instance.ids.push_back(id);
+  }
+  if (instance.ids.empty()) instance.kind = Value::Kind::unknown;
+  return instance;
+}
+
+// What calling `value` returns: an instance of a class it names, or what the return
+// annotations of the functions it names say.
+PythonResolver::Value PythonResolver::call_result(const Value& value, int depth) const {
+  if (value.kind != Value::Kind::symbols) return {Value::Kind::unknown, {}, {}};
+  Value instances = instance_of(value);
+  if (instances.kind != Value::Kind::instance) instances = {Value::Kind::instance, {}, {}};
+  for (std::int64_t id : value.ids) {
+    const Definition& callee = definition(id);
+    if (callee.kind != symbol_kind::FUNCTION && callee.kind != symbol_kind::METHOD) continue;
+    const Value returned = value_of_hints(file_of(id), callee.hints, depth);
+    if (returned.kind == Value::Kind::instance) {
+      instances.ids.insert(instances.ids.end(), returned.ids.begin(), returned.ids.end());
+    }
+  }
+  if (instances.ids.empty()) return {Value::Kind::unknown, {}, {}};
+  return instances;
+}
+
+// The classes of `classes` and their bases in method resolution order, each once.
+std::vector<std::int64_t> PythonResolver::lookup_order(
+    const std::vector<std::int64_t>& classes) const {
+  std::vector<std::int64_t> order;
+  for (std::int64_t id : classes) {
+    auto it = mro_.find(id);
+    if (it == mro_.end()) {
+      order.push_back(id);
+    } else {
+      order.insert(order.end(), it->second.begin(), it->second.end());
+    }
+  }
+  return order;
+}
+
+// The member `name` of the classes `classes` or of their bases, in method resolution
+// order; with `skip_own`, the classes' own members are passed over (super()).
 PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& classes,
                                              const std::string& name, bool skip_own) const {
-  std::deque<std::pair<std::int64_t, bool>> queue;
-  for (std::int64_t id : classes)
-    queue.emplace_back(id, skip_own);
-  std::set<std::int64_t> seen;
-  while (!queue.empty()) {
-    const auto [id, skip] = queue.front();
-    queue.pop_front();
-    if (!seen.insert(id).second) continue;
-    if (!skip) {
-      auto found = by_fqn_.find(definition(id).fqn + "." + name);
-      if (found != by_fqn_.end()) return {Value::Kind::symbols, found->second, {}};
+  std::vector<std::int64_t> found;
+  for (std::int64_t cls : classes) {
+    const std::vector<std::int64_t> order = lookup_order({cls});
+    for (std::size_t i = skip_own ? 1 : 0; i < order.size(); ++i) {
+      auto it = by_fqn_.find(definition(order[i]).fqn + "." + name);
+      if (it == by_fqn_.end()) continue;
+      for (std::int64_t id : it->second) {
+        if (std::find(found.begin(), found.end(), id) == found.end()) found.push_back(id);
+      }
+      break;
     }
-    auto bases = bases_.find(id);
-    if (bases == bases_.end()) continue;
-    for (std::int64_t base : bases->second)
-      queue.emplace_back(base, false);
   }
-  return {Value::Kind::unknown, {}, {}};
+  if (found.empty()) return {Value::Kind::unknown, {}, {}};
+  return {Value::Kind::symbols, std::move(found), {}};
+}
+
+// The attribute `name` of instances of `classes`: a member of their classes, else what the
+// methods of the first class in resolution order that assigns it say it is.
+PythonResolver::Value PythonResolver::instance_attribute(const std::vector<std::int64_t>& classes,
+                                                         const std::string& name, int depth) const {
+  Value found = member(classes, name, false);
+  if (found.kind != Value::Kind::unknown || depth <= 0) return found;
+  for (std::int64_t cls : lookup_order(classes)) {
+    const Definition& owner = definition(cls);
+    auto it = owner.attributes.find(name);
+    if (it == owner.attributes.end()) continue;
+    Value value = value_of_hints(file_of(cls), it->second, depth);
+    if (value.kind != Value::Kind::unknown) return value;
+  }
+  return found;
 }
 
 PythonResolver::Value PythonResolver::attribute(const Value& value, const std::string& name,
-                                                bool infer) const {
+                                                int depth) const {
+  if (name == CALL_RESULT) return call_result(value, depth);
   switch (value.kind) {
     case Value::Kind::module:
       return resolve_from(value.module, name);
     case Value::Kind::instance:
-      return member(value.ids, name, false);
+      return instance_attribute(value.ids, name, depth);
     case Value::Kind::symbols: {
-      std::vector<std::int64_t> classes;
+      const Value classes = instance_of(value);
+      if (classes.kind == Value::Kind::instance) return member(classes.ids, name, false);
+      // A variable or a property: the attribute of the value its hints give.
+      if (depth <= 0) break;
+      Value held{Value::Kind::instance, {}, {}};
       for (std::int64_t id : value.ids) {
-        if (definition(id).kind == symbol_kind::CLASS) classes.push_back(id);
-      }
-      if (!classes.empty()) return member(classes, name, false);
-      // A variable made by calling a class: an instance of that class.
-      if (infer && value.ids.size() == 1) {
-        const auto [file, index] = where_[static_cast<std::size_t>(value.ids[0] - first_id_)];
-        const Definition& variable = files_[file].definitions[index];
-        if (!variable.made_by.empty()) {
-          return attribute(constructed(file, variable.made_in, variable.made_by), name, false);
+        const Definition& holder = definition(id);
+        const bool property = holder.kind == symbol_kind::METHOD && holder.signature &&
+                              (holder.signature->starts_with("@property") ||
+                               holder.signature->find("cached_property") != std::string::npos);
+        if (holder.kind != symbol_kind::VARIABLE && holder.kind != symbol_kind::CONSTANT &&
+            !property) {
+          continue;
+        }
+        const Value inner = value_of_hints(file_of(id), holder.hints, depth);
+        if (inner.kind == Value::Kind::instance) {
+          held.ids.insert(held.ids.end(), inner.ids.begin(), inner.ids.end());
+        } else if (inner.kind == Value::Kind::module) {
+          return resolve_from(inner.module, name);
         }
       }
-      return {Value::Kind::unknown, {}, {}};
+      if (!held.ids.empty()) return instance_attribute(held.ids, name, depth - 1);
+      break;
     }
     case Value::Kind::unknown:
     case Value::Kind::external:
     case Value::Kind::unbound:
-      break;
+      return {value.kind, {}, {}};
   }
-  return {value.kind, {}, {}};
+  return {Value::Kind::unknown, {}, {}};
+}
+
+// The value of `chain` looked up from `scope` of file `file`, for a type hint: its head a
+// name bound there (or brought in by a star import), then its attributes.
+PythonResolver::Value PythonResolver::value_of_chain(std::size_t file, int scope,
+                                                     const std::vector<std::string>& chain,
+                                                     int depth) const {
+  if (chain.empty() || chain.front().empty()) return {Value::Kind::unknown, {}, {}};
+  Value value;
+  if (const Binding* binding = lookup(file, scope, chain.front())) {
+    value = value_of(file, *binding, depth);
+  } else {
+    value = {Value::Kind::unbound, {}, {}};
+    for (const std::string& star : files_[file].star_imports) {
+      value = resolve_from(star, chain.front());
+      if (value.kind != Value::Kind::external) break;
+    }
+  }
+  for (std::size_t i = 1; i < chain.size(); ++i)
+    value = attribute(value, chain[i], depth);
+  return value;
 }
 
 PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use& use,
@@ -454,7 +654,7 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use&
   } else if (head == UNKNOWN_VALUE) {
     value = {Value::Kind::unknown, {}, {}};
   } else if (const Binding* binding = lookup(file, use.scope, head)) {
-    value = resolve_binding(file, *binding);
+    value = value_of(file, *binding, INFERENCE_DEPTH);
     if (binding->kind == Binding::Kind::module || binding->kind == Binding::Kind::imported_name) {
       resolution = resolution::IMPORT;
     } else if (binding->kind == Binding::Kind::definition && use.chain.size() == 1) {
@@ -476,7 +676,7 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use&
     }
   }
   for (; next < use.chain.size(); ++next)
-    value = attribute(value, use.chain[next]);
+    value = attribute(value, use.chain[next], INFERENCE_DEPTH);
   return value;
 }
 
@@ -487,7 +687,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
     const std::int64_t source = symbol_id(file, use.source);
     const std::string_view kind = edge_kind_of(use.kind);
     if (use.kind == UseKind::import) {
-      const Value value = resolve_binding(file, *use.imported);
+      const Value value = value_of(file, *use.imported, 0);
       if (value.kind == Value::Kind::symbols || value.kind == Value::Kind::module) {
         for (std::int64_t id : value.ids) {
           links.edges.push_back({source, id, kind, resolution::IMPORT, use.line});
@@ -508,12 +708,13 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
         }
         break;
       case Value::Kind::unknown: {
-        // obj.m() on a value of unknown type: a guess at each definition named m.
-        if (use.chain.size() < 2 || (use.kind != UseKind::call && use.kind != UseKind::decorates)) {
-          break;
-        }
-        auto candidates = callables_by_name_.find(use.chain.back());
-        if (candidates == callables_by_name_.end()) break;
+        // obj.m() on a value of unknown type, or obj.m passed as a value: a guess at each
+        // member of a class named m. An attribute can be no plain function.
+        if (use.chain.size() < 2 || use.chain.back() == CALL_RESULT) break;
+        const bool value_use = use.kind == UseKind::reference;
+        if (use.kind != UseKind::call && use.kind != UseKind::decorates && !value_use) break;
+        auto candidates = (value_use ? methods_by_name_ : members_by_name_).find(use.chain.back());
+        if (candidates == (value_use ? methods_by_name_ : members_by_name_).end()) break;
         const std::size_t count = std::min(MAX_GUESSES, candidates->second.size());
         for (std::size_t i = 0; i < count; ++i) {
           links.edges.push_back(

@@ -52,18 +52,31 @@ class PythonResolver {
   // The edges and pending references of one file. Safe to call from several threads.
   FileLinks resolve(std::size_t file) const;
 
+  // How many type hints one binding is followed through at most: `x = a.b()` with b
+  // annotated, a.b's value held in an attribute, and so on.
+  static constexpr int INFERENCE_DEPTH = 4;
+
  private:
   struct Value;
   Value resolve_chain(std::size_t file, const Use& use, std::string_view& resolution) const;
-  Value resolve_binding(std::size_t file, const Binding& binding, bool infer = true) const;
-  Value constructed(std::size_t file, int scope, const std::vector<std::string>& chain) const;
+  Value value_of(std::size_t file, const Binding& binding, int depth) const;
+  Value value_of_hints(std::size_t file, const std::vector<TypeHint>& hints, int depth) const;
+  Value value_of_chain(std::size_t file, int scope, const std::vector<std::string>& chain,
+                       int depth) const;
+  Value instance_of(const Value& value) const;
+  Value call_result(const Value& value, int depth) const;
   Value resolve_from(const std::string& module, const std::string& name) const;
   Value module_value(const std::string& module) const;
+  std::vector<std::int64_t> lookup_order(const std::vector<std::int64_t>& classes) const;
   Value member(const std::vector<std::int64_t>& classes, const std::string& name,
                bool skip_own) const;
-  Value attribute(const Value& value, const std::string& name, bool infer = true) const;
+  Value instance_attribute(const std::vector<std::int64_t>& classes, const std::string& name,
+                           int depth) const;
+  Value attribute(const Value& value, const std::string& name, int depth) const;
   const Binding* lookup(std::size_t file, int scope, const std::string& name) const;
   const Definition& definition(std::int64_t id) const;
+  std::size_t file_of(std::int64_t id) const;
+  void linearize(std::int64_t cls);
 
   const std::vector<FileModel>& files_;
   std::vector<std::int64_t> first_ids_;
@@ -71,8 +84,12 @@ class PythonResolver {
   std::int64_t first_id_;
   std::unordered_map<std::string, std::vector<std::int64_t>> by_fqn_;
   std::unordered_map<std::string, std::size_t> module_files_;
-  std::unordered_map<std::string, std::vector<std::int64_t>> callables_by_name_;
+  // Methods and nested classes by name, and methods alone, each sorted by fqn.
+  std::unordered_map<std::string, std::vector<std::int64_t>> members_by_name_;
+  std::unordered_map<std::string, std::vector<std::int64_t>> methods_by_name_;
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> bases_;
+  // Method resolution order of each class with a base in the repository, itself first.
+  std::unordered_map<std::int64_t, std::vector<std::int64_t>> mro_;
 };
 
 }  // namespace quarry::indexer

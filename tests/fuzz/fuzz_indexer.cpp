@@ -85,12 +85,21 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
                  std::int64_t lines) {
   const auto defs = std::ssize(m.definitions), scopes = std::ssize(m.scopes);
   const auto fail = [&](const std::string& what) { problems.push_back(m.path + ": " + what); };
+  const auto bad_hints = [&](const std::vector<indexer::TypeHint>& hints) {
+    return hints.size() > indexer::MAX_TYPE_HINTS ||
+           std::any_of(hints.begin(), hints.end(), [&](const indexer::TypeHint& h) {
+             return !in(h.scope, 0, scopes - 1) || h.chain.empty() || h.chain.front().empty() ||
+                    h.chain.front() == indexer::UNKNOWN_VALUE;
+           });
+  };
   if (defs < 2 || scopes < 1 || m.scopes[0].parent != -1) return fail("no module or its scope");
   for (const indexer::Definition& d : m.definitions) {
     if (d.name.empty() || !d.fqn.ends_with(d.name) || !well_formed(d.fqn) ||
         !well_formed(d.signature.value_or("")) ||
         !listed("module class function method constant variable import toplevel", d.kind) ||
-        !in(d.start_line, 1, d.end_line) || d.end_line > lines || !in(d.made_in, -1, scopes - 1) ||
+        !in(d.start_line, 1, d.end_line) || d.end_line > lines || bad_hints(d.hints) ||
+        std::any_of(d.attributes.begin(), d.attributes.end(),
+                    [&](const auto& a) { return a.first.empty() || bad_hints(a.second); }) ||
         (d.kind == "class" ? !in(d.body_scope, 1, scopes - 1) : d.body_scope != -1))
       fail("definition " + show(d.fqn) + " " + d.kind + " at " + std::to_string(d.start_line));
   }
@@ -99,7 +108,7 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
     bool bad = (j > 0 && !in(s.parent, 0, j - 1)) || !in(s.owner, 0, defs - 1) ||
                !in(s.method_of, -1, defs - 1);
     for (const auto& [name, b] : s.bindings)
-      bad |= !in(b.definition, -1, defs - 1) || !in(b.made_in, -1, scopes - 1);
+      bad |= !in(b.definition, -1, defs - 1) || bad_hints(b.hints);
     if (bad) fail("scope " + show(s.fqn));
   }
   for (const indexer::Use& use : m.uses) {
