@@ -675,8 +675,13 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use&
       value.kind = Value::Kind::external;
     }
   }
-  for (; next < use.chain.size(); ++next)
+  for (; next < use.chain.size(); ++next) {
+    // What follows an instance is bound by its type, not by how the head was bound.
+    if (value.kind == Value::Kind::instance || use.chain[next] == CALL_RESULT) {
+      resolution = resolution::EXACT;
+    }
     value = attribute(value, use.chain[next], INFERENCE_DEPTH);
+  }
   return value;
 }
 

@@ -1,0 +1,190 @@
+// Fixture projects, one per family of Python constructs, with the edges each must give and
+// the dead-code verdicts that follow from them.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "storage/repository.h"
+#include "test_index.h"
+
+namespace quarry {
+namespace {
+
+using testing::EdgeRow;
+using testing::SourceTree;
+using testing::TempTree;
+
+struct Family {
+  std::string name;
+  SourceTree files;
+  std::vector<EdgeRow> expected;
+  std::vector<EdgeRow> absent;
+  // Dead-code verdicts: fqn -> "certain", "likely" or "" for not reported.
+  std::map<std::string, std::string> verdicts;
+};
+
+std::map<std::string, std::string> verdicts_of(Repository& repo) {
+  std::map<std::string, std::string> verdicts;
+  for (const UnusedSymbol& symbol : repo.get_dead_code({.limit = 1000}).symbols) {
+    verdicts[symbol.fqn] = std::string(to_string(symbol.confidence));
+  }
+  return verdicts;
+}
+
+void check(const Family& family) {
+  SCOPED_TRACE(family.name);
+  TempTree tree(family.files);
+  tree.index();
+  Repository repo(tree.db());
+  const std::set<EdgeRow> edges = testing::edges_of(repo);
+  for (const EdgeRow& edge : family.expected) {
+    EXPECT_TRUE(edges.contains(edge)) << std::get<0>(edge) << " -> " << std::get<1>(edge) << " "
+                                      << std::get<2>(edge) << " " << std::get<3>(edge);
+  }
+  for (const EdgeRow& edge : family.absent) {
+    EXPECT_FALSE(edges.contains(edge)) << "unexpected " << std::get<0>(edge) << " -> "
+                                       << std::get<1>(edge) << " " << std::get<3>(edge);
+  }
+  const auto verdicts = verdicts_of(repo);
+  for (const auto& [fqn, verdict] : family.verdicts) {
+    auto it = verdicts.find(fqn);
+    EXPECT_EQ(it == verdicts.end() ? "" : it->second, verdict) << fqn;
+  }
+}
+
+// Classes that share method names, so that only a known receiver type tells them apart.
+const std::string SHAPES =
+    "class Config:\n"
+    "    def get_value(self): pass\n"
+    "    def run(self): pass\n"
+    "class Parser:\n"
+    "    def parse(self): pass\n"
+    "    def run(self): pass\n"
+    "def make_parser() -> 'Parser':\n"
+    "    return Parser()\n";
+
+TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
+  const std::vector<Family> families = {
+      {"parameter annotations: plain, Optional, union with None, string, imported for typing",
+       {{"shapes.py", SHAPES},
+        {"use.py",
+         "from typing import Optional, TYPE_CHECKING\n"
+         "if TYPE_CHECKING:\n"
+         "    from shapes import Config, Parser\n"
+         "def f(a: Config, b: Optional[Parser], c: 'Config | None', d: Parser | None = None):\n"
+         "    a.get_value()\n"
+         "    b.parse()\n"
+         "    c.run()\n"
+         "    d.run()\n"}},
+       {{"use.f", "shapes.Config.get_value", "call", "exact"},
+        {"use.f", "shapes.Parser.parse", "call", "exact"},
+        {"use.f", "shapes.Config.run", "call", "exact"},
+        {"use.f", "shapes.Parser.run", "call", "exact"}},
+       {{"use.f", "shapes.Parser.run", "call", "ambiguous"}},
+       {}},
+      {"constructor, return annotation, call chains, with and except targets",
+       {{"shapes.py", SHAPES},
+        {"use.py",
+         "from shapes import Parser, make_parser\n"
+         "class Failure(Exception):\n"
+         "    def explain(self): pass\n"
+         "def f():\n"
+         "    x = make_parser()\n"
+         "    x.run()\n"
+         "    make_parser().parse()\n"
+         "    with Parser() as p:\n"
+         "        p.run()\n"
+         "    try:\n"
+         "        pass\n"
+         "    except Failure as e:\n"
+         "        e.explain()\n"}},
+       {{"use.f", "shapes.Parser.run", "call", "exact"},
+        {"use.f", "shapes.Parser.parse", "call", "exact"},
+        {"use.f", "shapes.make_parser", "call", "import"},
+        {"use.f", "use.Failure.explain", "call", "exact"}},
+       {{"use.f", "shapes.Config.run", "call", "ambiguous"},
+        {"use.f", "shapes.Config.run", "call", "exact"}},
+       {}},
+      {"attribute types: assigned in any method, from a parameter, annotated in the class body",
+       {{"shapes.py", SHAPES},
+        {"use.py",
+         "from dataclasses import dataclass\n"
+         "from shapes import Config, Parser, make_parser\n"
+         "@dataclass\n"
+         "class Holder:\n"
+         "    config: Config\n"
+         "class Service:\n"
+         "    def __init__(self, config: Config):\n"
+         "        self.config = config\n"
+         "    def setup(self):\n"
+         "        self.parser = make_parser()\n"
+         "    def go(self, holder: Holder):\n"
+         "        self.config.run()\n"
+         "        self.parser.parse()\n"
+         "        holder.config.get_value()\n"
+         "        check = self.config.get_value\n"}},
+       {{"use.Service.go", "shapes.Config.run", "call", "exact"},
+        {"use.Service.go", "shapes.Parser.parse", "call", "exact"},
+        {"use.Service.go", "shapes.Config.get_value", "call", "exact"},
+        {"use.Service.go", "shapes.Config.get_value", "reference", "exact"}},
+       {{"use.Service.go", "shapes.Parser.run", "call", "ambiguous"}},
+       {}},
+      {"methods are looked up in method resolution order",
+       {{"m.py",
+         "class Mixin:\n"
+         "    def hook(self): pass\n"
+         "class Left(Mixin):\n"
+         "    pass\n"
+         "class Right:\n"
+         "    def hook(self): pass\n"
+         "class Both(Left, Right):\n"
+         "    def go(self):\n"
+         "        self.hook()\n"}},
+       {{"m.Both.go", "m.Mixin.hook", "call", "exact"}},
+       {{"m.Both.go", "m.Right.hook", "call", "exact"}},
+       {}},
+  };
+  for (const Family& family : families)
+    check(family);
+}
+
+TEST(PythonBinding, GuessesModulesAndVerdicts) {
+  const std::vector<Family> families = {
+      {"a package that imports its own submodule still leads to it",
+       {{"pkg/__init__.py", "from . import util\nfrom .util import helper\n"},
+        {"pkg/util.py", "def helper(): pass\ndef through_package(): pass\ndef unused(): pass\n"},
+        {"main.py",
+         "from pkg import util\nimport pkg\n"
+         "def go():\n    util.through_package()\n    pkg.util.helper()\n"}},
+       {{"main.go", "pkg.util.through_package", "call", "import"},
+        {"main.go", "pkg.util.helper", "call", "import"}},
+       {},
+       {{"pkg.util.through_package", ""}, {"pkg.util.unused", "certain"}}},
+      {"obj.m() on an unknown value guesses methods only; obj.m as a value too",
+       {{"a.py", "class A:\n    def refresh(self): pass\n    def notify(self): pass\n"},
+        {"b.py", "def refresh(): pass\n"},
+        {"c.py", "def go(x):\n    x.refresh()\n    register(x.notify)\n"}},
+       {{"c.go", "a.A.refresh", "call", "ambiguous"},
+        {"c.go", "a.A.notify", "reference", "ambiguous"}},
+       {{"c.go", "b.refresh", "call", "ambiguous"}},
+       {{"a.A.refresh", "likely"}, {"a.A.notify", "likely"}}},
+      {"a method bound on evidence is not reported; its namesake only guessed at is likely",
+       {{"shapes.py", SHAPES},
+        {"use.py",
+         "from shapes import Parser\n"
+         "def go(p: Parser, anything):\n"
+         "    p.parse()\n"
+         "    anything.get_value()\n"}},
+       {},
+       {},
+       {{"shapes.Parser.parse", ""}, {"shapes.Config.get_value", "likely"}}},
+  };
+  for (const Family& family : families)
+    check(family);
+}
+
+}  // namespace
+}  // namespace quarry
