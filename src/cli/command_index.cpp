@@ -100,6 +100,11 @@ void add_index_command(CLI::App& app, Context& context) {
                                       {"symbols", summary.symbols},
                                       {"edges", summary.edges},
                                       {"pending_references", summary.pending_references},
+                                      {"calls",
+                                       {{"in_repository", summary.calls.in_repository},
+                                        {"outside", summary.calls.outside},
+                                        {"guessed", summary.calls.guessed},
+                                        {"unbound", summary.calls.unbound}}},
                                       {"seconds", summary.seconds},
                                       {"warnings", summary.warnings}});
         return;
@@ -114,6 +119,16 @@ void add_index_command(CLI::App& app, Context& context) {
                                "pending reference", "pending references")
                    << " in " << std::fixed << std::setprecision(2) << summary.seconds << " s -> "
                    << printable(options.db_path) << '\n';
+      const auto& calls = summary.calls;
+      if (calls.total() == 0) return;
+      const auto percent = [&](std::size_t n) {
+        return 100.0 * static_cast<double>(n) / static_cast<double>(calls.total());
+      };
+      *context.out << std::setprecision(1) << "calls of names defined here: "
+                   << percent(calls.in_repository + calls.outside) << "% bound on evidence ("
+                   << percent(calls.outside) << "% to outside the repository), "
+                   << percent(calls.guessed) << "% guessed, " << percent(calls.unbound)
+                   << "% unbound, of " << calls.total() << '\n';
     };
   });
 }

@@ -139,6 +139,8 @@ IndexSummary build_index(const IndexOptions& options) {
   summary.symbols = counts.symbols;
   summary.edges = counts.edges;
   summary.pending_references = counts.pending_references;
+  for (const FileLinks& file_links : links)
+    summary.calls += file_links.calls;
   summary.seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   return summary;

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "indexer/python_model.h"
+
 namespace quarry::indexer {
 
 // Source files larger than this are listed but not parsed: generated code and data files
@@ -32,6 +34,8 @@ struct IndexSummary {
   std::size_t symbols = 0;
   std::size_t edges = 0;
   std::size_t pending_references = 0;
+  // How the call sites of names the repository defines were bound.
+  CallBindings calls;
   double seconds = 0;
   // One per file that could not be read whole, and per directory left out of the listing.
   std::vector<std::string> warnings;

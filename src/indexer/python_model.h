@@ -109,8 +109,31 @@ struct FileModel {
   std::vector<std::string> warnings;
 };
 
+// How the call sites of names that the repository defines were bound: to definitions of
+// the repository, on evidence to something outside it (dict.get on a dict), by a guess
+// between same-named definitions, or not at all.
+struct CallBindings {
+  std::size_t in_repository = 0;
+  std::size_t outside = 0;
+  std::size_t guessed = 0;
+  std::size_t unbound = 0;
+
+  CallBindings& operator+=(const CallBindings& other) {
+    in_repository += other.in_repository;
+    outside += other.outside;
+    guessed += other.guessed;
+    unbound += other.unbound;
+    return *this;
+  }
+  std::size_t total() const { return in_repository + outside + guessed + unbound; }
+  bool operator==(const CallBindings&) const = default;
+};
+
 // The head of a chain whose value is an expression of unknown type: `xs[0].m()`.
 inline constexpr std::string_view UNKNOWN_VALUE = "?";
+// The head of a chain whose value is a literal of a builtin type: `", ".join(xs)`, and of
+// the hint of a value assigned one (`options = {}`) or collected by `*args` or `**kwargs`.
+inline constexpr std::string_view BUILTIN_VALUE = "!";
 // A chain element for the value that calling the chain before it returns: `f().m()` is
 // {f, "()", m}.
 inline constexpr std::string_view CALL_RESULT = "()";

@@ -100,6 +100,14 @@ std::vector<std::string> annotation_text_names(std::string_view annotation) {
   return names;
 }
 
+// Whether an expression of this node type is a literal of a builtin type.
+bool is_builtin_literal(std::string_view type) {
+  return type == "string" || type == "concatenated_string" || type == "integer" ||
+         type == "float" || type == "dictionary" || type == "list" || type == "set" ||
+         type == "tuple" || type == "list_comprehension" || type == "set_comprehension" ||
+         type == "dictionary_comprehension" || type == "true" || type == "false";
+}
+
 std::string_view type_of(TSNode node) {
   return ts_node_type(node);
 }
@@ -306,7 +314,7 @@ class ModelBuilder {
         walk.names.push_back(text(node));
         break;
       } else {
-        walk.names.emplace_back(UNKNOWN_VALUE);
+        walk.names.emplace_back(is_builtin_literal(type) ? BUILTIN_VALUE : UNKNOWN_VALUE);
         walk.base = node;
         walk.has_base = !ts_node_is_null(node);
         break;
@@ -559,6 +567,8 @@ class ModelBuilder {
       }
       if (type_of(name) == "list_splat_pattern" || type_of(name) == "dictionary_splat_pattern") {
         name = ts_node_named_child(name, 0);
+        // *args is a tuple and **kwargs a dict, whatever their annotation says of the items.
+        hints.assign(1, {TypeHint::Kind::name, {std::string(BUILTIN_VALUE)}, outer.scope});
       }
       if (ts_node_is_null(name) || type_of(name) != "identifier") {
         if (!ts_node_is_null(name)) bind_targets(name, body, function);
@@ -647,9 +657,10 @@ class ModelBuilder {
     bind_targets(left, frame.scope, frame.owner, line_of(frame.node), end_line_of(frame.node));
     const TSNode annotation = field(frame.node, "type");
     const TSNode right = field(frame.node, "right");
-    hint_target(frame.scope, left,
-                ts_node_is_null(annotation) ? value_hints(right, frame.scope)
-                                            : annotation_hints(annotation, frame.scope));
+    std::vector<TypeHint> hints;
+    if (!ts_node_is_null(annotation)) hints = annotation_hints(annotation, frame.scope);
+    if (hints.empty()) hints = value_hints(right, frame.scope);
+    hint_target(frame.scope, left, std::move(hints));
     push(annotation, frame.scope, frame.owner, true);
     push(field(frame.node, "right"), frame.scope, frame.owner);
   }
@@ -664,7 +675,9 @@ class ModelBuilder {
       pending.pop_back();
       if (ts_node_is_null(node)) continue;
       const std::string_view type = type_of(node);
-      if (type == "call" || type == "identifier" || type == "attribute") {
+      if (is_builtin_literal(type)) {
+        hints.push_back({TypeHint::Kind::name, {std::string(BUILTIN_VALUE)}, scope});
+      } else if (type == "call" || type == "identifier" || type == "attribute") {
         ChainWalk walk = walk_chain(node);
         if (walk.names.front() == UNKNOWN_VALUE || walk.names.front().empty()) continue;
         if (type == "call") {
@@ -710,7 +723,11 @@ class ModelBuilder {
         const std::vector<TSNode> children = named_children(node);
         if (children.empty()) continue;
         const std::string_view wrapper = last_name(raw_text(children.front()));
-        if (!is_type_wrapper(wrapper)) continue;
+        if (!is_type_wrapper(wrapper)) {
+          // A generic class: `list[Item]` is a list, `Registry[Item]` a Registry.
+          pending.push_back(children.front());
+          continue;
+        }
         std::vector<TSNode> arguments;
         for (std::size_t i = 1; i < children.size(); ++i) {
           if (type_of(children[i]) == "type_parameter") {
@@ -754,11 +771,13 @@ class ModelBuilder {
   }
 
   // Records `hints` for the value that `target` names in `scope`: a name bound there, or an
-  // attribute of the instance of a method (`self.x`).
+  // attribute of the instance of a method (`self.x`), which is recorded even without a hint:
+  // the class then has such an attribute, of unknown type.
   void hint_target(int scope, TSNode target, std::vector<TypeHint> hints) {
-    if (hints.empty() || ts_node_is_null(target)) return;
+    if (ts_node_is_null(target)) return;
     auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
     if (type_of(target) == "identifier") {
+      if (hints.empty()) return;
       auto it = bindings.find(text(target));
       if (it == bindings.end()) return;
       Binding& binding = it->second;

@@ -237,6 +237,7 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
     for (std::size_t d = 0; d < definitions.size(); ++d) {
       where_.emplace_back(static_cast<std::uint32_t>(f), static_cast<std::uint32_t>(d));
       by_fqn_[definitions[d].fqn].push_back(next);
+      if (is_callable_kind(definitions[d].kind)) callable_names_.insert(definitions[d].name);
       ++next;
     }
     module_files_.try_emplace(files[f].module, f);
@@ -273,14 +274,16 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
       if (use.kind != UseKind::inherits) continue;
       std::string_view resolution;
       const Value base = resolve_chain(f, use, resolution);
-      if (base.kind != Value::Kind::symbols) continue;
-      auto& bases = bases_[symbol_id(f, use.source)];
-      for (std::int64_t id : base.ids) {
-        if (definition(id).kind == symbol_kind::CLASS &&
-            std::find(bases.begin(), bases.end(), id) == bases.end()) {
-          bases.push_back(id);
-        }
+      const std::int64_t cls = symbol_id(f, use.source);
+      auto& bases = bases_[cls];
+      bool found = false;
+      for (std::int64_t id :
+           base.kind == Value::Kind::symbols ? base.ids : std::vector<std::int64_t>{}) {
+        if (definition(id).kind != symbol_kind::CLASS) continue;
+        found = true;
+        if (std::find(bases.begin(), bases.end(), id) == bases.end()) bases.push_back(id);
       }
+      if (!found) open_classes_.insert(cls);
     }
   }
   for (const auto& [cls, bases] : bases_)
@@ -474,6 +477,7 @@ PythonResolver::Value PythonResolver::value_of_hints(std::size_t file,
   if (depth <= 0 || hints.empty()) return {Value::Kind::unknown, {}, {}};
   Value instances{Value::Kind::instance, {}, {}};
   Value other{Value::Kind::unknown, {}, {}};
+  bool external = false;
   for (const TypeHint& hint : hints) {
     Value value = value_of_chain(file, hint.scope, hint.chain, depth - 1);
     if (hint.kind == TypeHint::Kind::call) {
@@ -483,17 +487,21 @@ PythonResolver::Value PythonResolver::value_of_hints(std::size_t file,
     }
     if (value.kind == Value::Kind::instance) {
       instances.ids.insert(instances.ids.end(), value.ids.begin(), value.ids.end());
-    } else if (other.kind == Value::Kind::unknown && value.kind != Value::Kind::external &&
-               value.kind != Value::Kind::unbound) {
+    } else if (value.kind == Value::Kind::external) {
+      external = true;
+    } else if (other.kind == Value::Kind::unknown && value.kind != Value::Kind::unbound) {
       other = std::move(value);
     }
   }
   if (!instances.ids.empty()) return instances;
+  // Only values from outside the repository: their attributes are outside it too.
+  if (other.kind == Value::Kind::unknown && external) return {Value::Kind::external, {}, {}};
   return other;
 }
 
 // An instance of the classes among `value`'s symbols, or unknown.
 PythonResolver::Value PythonResolver::instance_of(const Value& value) const {
+  if (value.kind == Value::Kind::external) return value;
   if (value.kind != Value::Kind::symbols) return {Value::Kind::unknown, {}, {}};
   Value instance{Value::Kind::instance, {}, {}};
   for (std::int64_t id : value.ids) {
@@ -506,6 +514,8 @@ PythonResolver::Value PythonResolver::instance_of(const Value& value) const {
 // What calling `value` returns: an instance of a class it names, or what the return
 // annotations of the functions it names say.
 PythonResolver::Value PythonResolver::call_result(const Value& value, int depth) const {
+  // What something from outside the repository returns is from outside it too.
+  if (value.kind == Value::Kind::external) return value;
   if (value.kind != Value::Kind::symbols) return {Value::Kind::unknown, {}, {}};
   Value instances = instance_of(value);
   if (instances.kind != Value::Kind::instance) instances = {Value::Kind::instance, {}, {}};
@@ -541,19 +551,26 @@ std::vector<std::int64_t> PythonResolver::lookup_order(
 PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& classes,
                                              const std::string& name, bool skip_own) const {
   std::vector<std::int64_t> found;
+  bool open = false;
   for (std::int64_t cls : classes) {
     const std::vector<std::int64_t> order = lookup_order({cls});
-    for (std::size_t i = skip_own ? 1 : 0; i < order.size(); ++i) {
+    bool here = false;
+    for (std::size_t i = skip_own ? 1 : 0; i < order.size() && !here; ++i) {
       auto it = by_fqn_.find(definition(order[i]).fqn + "." + name);
       if (it == by_fqn_.end()) continue;
       for (std::int64_t id : it->second) {
         if (std::find(found.begin(), found.end(), id) == found.end()) found.push_back(id);
       }
-      break;
+      here = true;
     }
+    open |= !here && std::any_of(order.begin(), order.end(),
+                                 [&](std::int64_t c) { return open_classes_.contains(c); });
   }
-  if (found.empty()) return {Value::Kind::unknown, {}, {}};
-  return {Value::Kind::symbols, std::move(found), {}};
+  if (!found.empty()) return {Value::Kind::symbols, std::move(found), {}};
+  // Not a member of these classes: one of a base outside the repository (dict.get), if
+  // they have such a base, or one that every object has (__dict__, __class__).
+  const bool dunder = name.size() > 4 && name.starts_with("__") && name.ends_with("__");
+  return {open || dunder ? Value::Kind::external : Value::Kind::unknown, {}, {}};
 }
 
 // The attribute `name` of instances of `classes`: a member of their classes, else what the
@@ -561,13 +578,13 @@ PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& cl
 PythonResolver::Value PythonResolver::instance_attribute(const std::vector<std::int64_t>& classes,
                                                          const std::string& name, int depth) const {
   Value found = member(classes, name, false);
-  if (found.kind != Value::Kind::unknown || depth <= 0) return found;
+  if (found.kind == Value::Kind::symbols) return found;
   for (std::int64_t cls : lookup_order(classes)) {
     const Definition& owner = definition(cls);
     auto it = owner.attributes.find(name);
     if (it == owner.attributes.end()) continue;
-    Value value = value_of_hints(file_of(cls), it->second, depth);
-    if (value.kind != Value::Kind::unknown) return value;
+    // Assigned by a method: of the type its hints give, else unknown.
+    return value_of_hints(file_of(cls), it->second, depth);
   }
   return found;
 }
@@ -620,13 +637,18 @@ PythonResolver::Value PythonResolver::value_of_chain(std::size_t file, int scope
                                                      int depth) const {
   if (chain.empty() || chain.front().empty()) return {Value::Kind::unknown, {}, {}};
   Value value;
-  if (const Binding* binding = lookup(file, scope, chain.front())) {
+  if (chain.front() == BUILTIN_VALUE) {
+    value = {Value::Kind::external, {}, {}};
+  } else if (const Binding* binding = lookup(file, scope, chain.front())) {
     value = value_of(file, *binding, depth);
   } else {
     value = {Value::Kind::unbound, {}, {}};
     for (const std::string& star : files_[file].star_imports) {
       value = resolve_from(star, chain.front());
       if (value.kind != Value::Kind::external) break;
+    }
+    if (value.kind == Value::Kind::unbound && is_python_builtin(chain.front())) {
+      value.kind = Value::Kind::external;
     }
   }
   for (std::size_t i = 1; i < chain.size(); ++i)
@@ -653,6 +675,8 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use&
     next = 2;
   } else if (head == UNKNOWN_VALUE) {
     value = {Value::Kind::unknown, {}, {}};
+  } else if (head == BUILTIN_VALUE) {
+    value = {Value::Kind::external, {}, {}};
   } else if (const Binding* binding = lookup(file, use.scope, head)) {
     value = value_of(file, *binding, INFERENCE_DEPTH);
     if (binding->kind == Binding::Kind::module || binding->kind == Binding::Kind::imported_name) {
@@ -702,6 +726,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
     }
     std::string_view resolution;
     const Value value = resolve_chain(file, use, resolution);
+    const std::size_t edges_before = links.edges.size();
     switch (value.kind) {
       case Value::Kind::symbols:
         for (std::int64_t id : value.ids) {
@@ -734,6 +759,19 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       case Value::Kind::instance:
       case Value::Kind::external:
         break;
+    }
+    if (use.kind == UseKind::call && callable_names_.contains(use.chain.back())) {
+      const bool made_edges = links.edges.size() > edges_before;
+      if (value.kind == Value::Kind::symbols && made_edges) {
+        ++links.calls.in_repository;
+      } else if (value.kind == Value::Kind::unknown && made_edges) {
+        ++links.calls.guessed;
+      } else if (value.kind == Value::Kind::external || value.kind == Value::Kind::instance ||
+                 value.kind == Value::Kind::module) {
+        ++links.calls.outside;
+      } else {
+        ++links.calls.unbound;
+      }
     }
   }
   return links;

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "indexer/python_model.h"
@@ -32,6 +34,7 @@ struct PendingReference {
 struct FileLinks {
   std::vector<ResolvedEdge> edges;
   std::vector<PendingReference> pending;
+  CallBindings calls;
 };
 
 // The most guessed edges one call of a method on a value of unknown type makes.
@@ -87,7 +90,11 @@ class PythonResolver {
   // Methods and nested classes by name, and methods alone, each sorted by fqn.
   std::unordered_map<std::string, std::vector<std::int64_t>> members_by_name_;
   std::unordered_map<std::string, std::vector<std::int64_t>> methods_by_name_;
+  // The names of the repository's functions, methods and classes.
+  std::unordered_set<std::string> callable_names_;
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> bases_;
+  // Classes with a base that is no class of the repository (object, dict, an import).
+  std::set<std::int64_t> open_classes_;
   // Method resolution order of each class with a base in the repository, itself first.
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> mro_;
 };
