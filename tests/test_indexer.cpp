@@ -18,6 +18,7 @@
 
 #include "indexer/indexer.h"
 #include "indexer/source_files.h"
+#include "storage/repository_quality.h"
 #include "test_index.h"
 
 namespace quarry {
@@ -157,6 +158,111 @@ TEST(Indexer, NamesSignaturesAndExports) {
       {std::string("src/pkg/mod.py")});
   ASSERT_TRUE(component);
   EXPECT_EQ(to_text(component->at(0)), "src.pkg");
+}
+
+// What packaging files declare as entry points is exported: `exported` lists it (and the
+// re-exports it is reached through); `dead` lists siblings that stay dead code.
+TEST(Indexer, EntryPointsOfPackagingFilesAreExports) {
+  struct Case {
+    const char* name;
+    SourceTree files;
+    std::vector<std::string> exported, dead;
+    std::string warning = {};
+  };
+  const std::string cli = "def go(): pass\ndef go2(): pass\ndef go3(): pass\ndef spare(): pass\n";
+  const std::vector<Case> cases = {
+      {"pyproject scripts",
+       {{"pyproject.toml",
+         "[project.scripts]\nt = \"app.cli:go\"\n[project.gui-scripts]\n"
+         "g = \"app.ui:Win.show [qt]\"\n"},
+        {"app/cli.py", cli},
+        {"app/ui.py", "class Win:\n    def show(self): pass\n    def hide(self): pass\n"}},
+       {"app.cli.go", "app.ui.Win.show"},
+       {"app.cli.spare", "app.ui.Win.hide"}},
+      {"entry-points group",
+       {{"pyproject.toml",
+         "[project.entry-points.\"pytest11\"]\np = \"app.cli:go\"\nm = \"app\"\n"},
+        {"app/cli.py", cli}},
+       {"app.cli.go"},
+       {"app.cli.spare"}},
+      {"poetry",
+       {{"pyproject.toml",
+         "[tool.poetry.scripts]\na = \"app.cli:go\"\nb = { callable = \"app.cli:go2\" }\n"
+         "c = { reference = \"app.cli:spare\", type = \"file\" }\n"
+         "[tool.poetry.plugins.\"flake8.extension\"]\nX = \"app.cli:go3\"\n"},
+        {"app/cli.py", cli}},
+       {"app.cli.go", "app.cli.go2", "app.cli.go3"},
+       {"app.cli.spare"}},
+      {"setup.cfg",
+       {{"setup.cfg",
+         "[other]\ngroup =\n    s = app.cli:spare\n[options.entry_points]\nconsole_scripts =\n"
+         "    t = app.cli:go\n    # u = app.cli:spare\n\n    v = app.cli:go2 [x]\n"
+         "gui_scripts = g = app.cli:go3\n"},
+        {"app/cli.py", cli}},
+       {"app.cli.go", "app.cli.go2", "app.cli.go3"},
+       {"app.cli.spare"}},
+      {"setup.py",
+       {{"setup.py",
+         "# 't = app.cli:spare'\nsetup(description='n = app.cli:spare and more',\n"
+         "      entry_points={'console_scripts': [\"t = app.cli:go\", 'u=app.cli:go2[x]']},\n"
+         "      scripts='''\n[gui_scripts]\ng = app.cli:go3\n''')\n"},
+        {"app/cli.py", cli}},
+       {"app.cli.go", "app.cli.go2", "app.cli.go3"},
+       {"app.cli.spare"}},
+      {"src layout",
+       {{"pyproject.toml", "[project.scripts]\nt = \"app.cli:go\"\n"}, {"src/app/cli.py", cli}},
+       {"app.cli.go"},
+       {"app.cli.spare"}},
+      {"subproject directory",
+       {{"tools/one/pyproject.toml", "[project.scripts]\nt = \"app.cli:go\"\n"},
+        {"tools/one/src/app/cli.py", cli},
+        {"tools/two/setup.cfg", "[options.entry_points]\nx =\n  t = app.cli:go2\n"},
+        {"tools/two/app/cli.py", cli},
+        {"app/cli.py", cli}},
+       {"tools.one.src.app.cli.go", "tools.two.app.cli.go2"},
+       {"tools.one.src.app.cli.go2", "tools.two.app.cli.go", "app.cli.go", "app.cli.go2"}},
+      {"re-exports",
+       {{"pyproject.toml",
+         "[project.scripts]\nt = \"app:go\"\nu = \"app:Tool.run\"\nv = \"app:go2\"\n"},
+        {"app/__init__.py",
+         "from .cli import go\nfrom app.tool import Tool\nfrom .more import *\n"},
+        {"app/cli.py", cli},
+        {"app/tool.py", "class Tool:\n    def run(self): pass\n    def stop(self): pass\n"},
+        {"app/more.py", "from .cli import go2\n"}},
+       {"app.go", "app.cli.go", "app.Tool", "app.tool.Tool.run", "app.more.go2", "app.cli.go2"},
+       {"app.cli.spare", "app.tool.Tool.stop"}},
+      {"malformed pyproject.toml",
+       {{"pyproject.toml", "[project.scripts]\nt = \"app.cli:go\n"}, {"app/cli.py", cli}},
+       {},
+       {"app.cli.go"},
+       "pyproject.toml: line 2: "},
+  };
+  for (const auto& c : cases) {
+    TempTree tree(c.files);
+    const auto summary = tree.index();
+    if (c.warning.empty()) {
+      EXPECT_EQ(summary.warnings, std::vector<std::string>()) << c.name;
+    } else {
+      ASSERT_EQ(summary.warnings.size(), 1u) << c.name;
+      EXPECT_TRUE(summary.warnings[0].starts_with(c.warning))
+          << c.name << ": " << summary.warnings[0];
+    }
+    Repository repo(tree.db());
+    std::set<std::string> listed;
+    for (const auto& symbol : repo.get_dead_code({.limit = 1000}).symbols)
+      listed.insert(symbol.fqn);
+    for (const auto& fqn : c.exported) {
+      const auto symbol = repo.get_symbol_by_fqn(fqn);
+      ASSERT_TRUE(symbol) << c.name << ": " << fqn;
+      EXPECT_TRUE(symbol->is_export) << c.name << ": " << fqn;
+    }
+    for (const auto& fqn : c.dead) {
+      const auto symbol = repo.get_symbol_by_fqn(fqn);
+      ASSERT_TRUE(symbol) << c.name << ": " << fqn;
+      EXPECT_FALSE(symbol->is_export) << c.name << ": " << fqn;
+      EXPECT_TRUE(listed.contains(fqn)) << c.name << ": " << fqn << " not listed as dead";
+    }
+  }
 }
 
 TEST(Indexer, ListsWhatGitListsOrSkipsWhatHoldsNoCode) {

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <thread>
 
+#include "indexer/entry_points.h"
 #include "indexer/index_target.h"
 #include "indexer/index_writer.h"
 #include "indexer/python_parser.h"
@@ -123,6 +124,12 @@ IndexSummary build_index(const IndexOptions& options) {
       },
       options.progress ? [&](std::size_t done) { options.progress(done, python_paths.size()); }
                        : std::function<void(std::size_t)>());
+
+  // What packaging files declare as entry points is run from outside: it is exported.
+  const std::vector<std::string> entry_point_warnings =
+      mark_entry_points(options.root, listing.files, options.max_file_size, models);
+  summary.warnings.insert(summary.warnings.end(), entry_point_warnings.begin(),
+                          entry_point_warnings.end());
 
   const PythonResolver resolver(models);
   std::vector<FileLinks> links(models.size());
