@@ -171,6 +171,30 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
         {"c.go", "a.A.notify", "reference", "ambiguous"}},
        {{"c.go", "b.refresh", "call", "ambiguous"}},
        {{"a.A.refresh", "likely"}, {"a.A.notify", "likely"}}},
+      {"values from outside the repository are not guessed at",
+       {{"a.py", "class Store:\n    def get(self): pass\n    def join(self): pass\n"},
+        {"b.py",
+         "import json\n"
+         "from collections import OrderedDict\n"
+         "class Settings(dict):\n    pass\n"
+         "class Quiet:\n    pass\n"
+         "table = json.loads('{}')\n"
+         "def go(*args, **options):\n"
+         "    options.get('a')\n"
+         "    args.get()\n"
+         "    ', '.join(args)\n"
+         "    Settings().get('a')\n"
+         "    OrderedDict().get('a')\n"
+         "    table.get('a')\n"
+         "    Quiet().__dict__.get('a')\n"
+         "    local = {}\n"
+         "    local.get('a')\n"
+         "def unknown(x):\n"
+         "    x.get()\n"}},
+       {{"b.unknown", "a.Store.get", "call", "ambiguous"}},
+       {{"b.go", "a.Store.get", "call", "ambiguous"},
+        {"b.go", "a.Store.join", "call", "ambiguous"}},
+       {}},
       {"a method bound on evidence is not reported; its namesake only guessed at is likely",
        {{"shapes.py", SHAPES},
         {"use.py",
@@ -184,6 +208,22 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
   };
   for (const Family& family : families)
     check(family);
+}
+
+TEST(PythonBinding, CountsHowCallsOfTheRepositorysNamesWereBound) {
+  TempTree tree(SourceTree{{"m.py",
+                            "class Box:\n    def get(self): pass\n    def put(self): pass\n"
+                            "def helper(): pass\n"
+                            "def go(x, **kw):\n"
+                            "    helper()\n"        // in the repository
+                            "    Box().put()\n"     // in the repository, and Box() too
+                            "    kw.get('a')\n"     // a dict's, outside
+                            "    x.put()\n"         // guessed
+                            "    put()\n"           // unbound
+                            "    print('a')\n"}});  // not a name defined here: not counted
+  const auto summary = tree.index();
+  EXPECT_EQ(summary.calls,
+            (indexer::CallBindings{.in_repository = 3, .outside = 1, .guessed = 1, .unbound = 1}));
 }
 
 }  // namespace

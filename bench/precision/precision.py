@@ -54,10 +54,15 @@ def copy_library(lib, dest):
 
 
 def run_quarry(quarry, root):
-    """Indexes `root` and returns (seconds, database, every dead-code finding by fqn)."""
+    """Indexes `root` and returns (seconds, database, every dead-code finding by fqn, and the
+    index's own count of how the calls of the repository's names were bound)."""
     db = os.path.join(root, ".quarry", "index.db")
     start = time.monotonic()
-    subprocess.run([quarry, "index", root], cwd=root, check=True, stdout=subprocess.DEVNULL)
+    summary = json.loads(
+        subprocess.run(
+            [quarry, "index", "--json", root], cwd=root, check=True, capture_output=True, text=True
+        ).stdout
+    )
     seconds = time.monotonic() - start
     findings, offset = {}, 0
     while True:
@@ -73,7 +78,7 @@ def run_quarry(quarry, root):
             findings[finding["fqn"]] = finding
         offset += len(page["symbols"])
         if not page["truncated"] or not page["symbols"]:
-            return seconds, db, findings
+            return seconds, db, findings, summary.get("calls")
 
 
 def run_vulture(root, package):
@@ -174,7 +179,7 @@ def measure(lib, quarry, keep):
         copy_library(lib, root)
         plants.plant(lib, root)
         files = own_files(lib, root)
-        seconds, db, findings = run_quarry(quarry, root)
+        seconds, db, findings, calls = run_quarry(quarry, root)
         vulture = run_vulture(root, lib.package)
         rows = measure_plants(lib, root, db, findings, vulture)
         return {
@@ -186,6 +191,7 @@ def measure(lib, quarry, keep):
             "findings": len(findings),
             "plants": rows,
             "coverage": coverage.measure(root, files, db),
+            "index_calls": calls,
         }
     finally:
         if keep:
@@ -212,7 +218,23 @@ def summary_row(r):
         pct(live, lambda p: p["quarry"] == "likely") + " / " + pct(live, lambda p: p["vulture"]),
         pct(live, lambda p: p["bound"]),
         f"{cov['evidence_pct']:.1f}% / {cov['guessed_pct']:.1f}%",
+        index_coverage(r.get("index_calls")),
     ]
+
+
+def index_coverage(calls):
+    """The index's own count: calls bound on evidence (in the repository or, by the
+    receiver's type, outside it) and guessed, in % of the calls of the repository's names."""
+    if not calls:
+        return "n/a"
+    total = sum(calls.values())
+    if total == 0:
+        return "n/a"
+    bound = calls["in_repository"] + calls["outside"]
+    return (
+        f"{100.0 * bound / total:.1f}% ({100.0 * calls['outside'] / total:.1f}% outside) / "
+        f"{100.0 * calls['guessed'] / total:.1f}%"
+    )
 
 
 HEADER = [
@@ -225,6 +247,7 @@ HEADER = [
     "live likely quarry / vulture reported",
     "live bound",
     "coverage evidence / guessed",
+    "index's count: evidence (outside) / guessed",
 ]
 
 

@@ -603,6 +603,7 @@ PythonResolver::Value PythonResolver::attribute(const Value& value, const std::s
       // A variable or a property: the attribute of the value its hints give.
       if (depth <= 0) break;
       Value held{Value::Kind::instance, {}, {}};
+      bool outside = false;
       for (std::int64_t id : value.ids) {
         const Definition& holder = definition(id);
         const bool property = holder.kind == symbol_kind::METHOD && holder.signature &&
@@ -617,9 +618,12 @@ PythonResolver::Value PythonResolver::attribute(const Value& value, const std::s
           held.ids.insert(held.ids.end(), inner.ids.begin(), inner.ids.end());
         } else if (inner.kind == Value::Kind::module) {
           return resolve_from(inner.module, name);
+        } else if (inner.kind == Value::Kind::external) {
+          outside = true;
         }
       }
       if (!held.ids.empty()) return instance_attribute(held.ids, name, depth - 1);
+      if (outside) return {Value::Kind::external, {}, {}};
       break;
     }
     case Value::Kind::unknown:
