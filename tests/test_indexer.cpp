@@ -167,10 +167,16 @@ TEST(Indexer, ListsWhatGitListsOrSkipsWhatHoldsNoCode) {
                             {"env2/lib/z.py", ""},
                             {"pkg/__pycache__/a.pyc", ""},
                             {"build/out.py", ""},
+                            {"dist/pkg/__init__.py", ""},
+                            {"ops/build/__init__.py", ""},
+                            {"ops/build/steps.py", ""},
+                            {"ops/dist/__init__.py", ""},
                             {".quarry/index.db", ""},
                             {"docs/guide.md", ""}});
+  // build/ and dist/ are output, unless they are packages of the project.
   EXPECT_EQ(indexer::list_source_files(plain.root()).files,
-            (std::vector<std::string>{"a.py", "docs/guide.md"}));
+            (std::vector<std::string>{"a.py", "docs/guide.md", "ops/build/__init__.py",
+                                      "ops/build/steps.py", "ops/dist/__init__.py"}));
 
   TempTree repo(SourceTree{{".gitignore", "ignored.py\n"},
                            {"kept.py", ""},
