@@ -213,6 +213,50 @@ TEST(Indexer, BadFilesAreListedWithAWarning) {
   EXPECT_EQ(repo.get_stats().at("files"), 4);
 }
 
+// A declared encoding (or a UTF-8 byte order mark) is decoded before parsing, keeping the
+// lines where they were; what cannot be decoded is read as far as it can be, with a warning.
+TEST(Indexer, DecodesTheDeclaredSourceEncoding) {
+  // A non-ASCII literal, then a definition named with e acute (given in the file's
+  // encoding) and its caller.
+  const auto body = [](const std::string& e_acute, const std::string& literal) {
+    return "s = '" + literal + "'\ndef caf" + e_acute + "(): pass\ndef f():\n    caf" + e_acute +
+           "()\n";
+  };
+  struct Case {
+    std::string name, source;
+    std::int64_t line_of_f;
+    std::string warning;  // empty: none
+  };
+  const std::vector<Case> cases = {
+      {"latin-1", "# -*- coding: latin-1 -*-\n" + body("\xe9", "\xa3\xbf"), 4, ""},
+      {"cp1252 on line 2",
+       "#!/usr/bin/env python\n# vim: set fileencoding=cp1252 :\n" + body("\xe9", "\x80 \x93"), 5,
+       ""},
+      {"utf-8 with a BOM", "\xef\xbb\xbf" + body("\xc3\xa9", "\xe2\x82\xac"), 3, ""},
+      {"utf-8 declared", "# coding=utf-8\n" + body("\xc3\xa9", "\xe2\x82\xac"), 4, ""},
+      {"unknown encoding", "# coding: klingon\n" + body("\xc3\xa9", "\xe2\x82\xac"), 4,
+       "m.py: unknown encoding \"klingon\""},
+      {"undecodable byte", "# coding: cp1252\n" + body("\xe9", "\x81"), 4,
+       "m.py: not valid cp1252"},
+  };
+  for (const Case& c : cases) {
+    TempTree tree(SourceTree{{"m.py", c.source}});
+    const auto summary = tree.index();
+    if (c.warning.empty()) {
+      EXPECT_EQ(summary.warnings, std::vector<std::string>{}) << c.name;
+    } else {
+      ASSERT_EQ(summary.warnings.size(), 1u) << c.name;
+      EXPECT_TRUE(summary.warnings[0].starts_with(c.warning))
+          << c.name << ": " << summary.warnings[0];
+    }
+    Repository repo(tree.db());
+    EXPECT_TRUE(edges_of(repo).contains({"m.f", "m.caf\xc3\xa9", "call", "local"})) << c.name;
+    const auto f = repo.get_symbol_by_fqn("m.f");
+    ASSERT_TRUE(f) << c.name;
+    EXPECT_EQ(f->start_line, c.line_of_f) << c.name;
+  }
+}
+
 // A tree big enough that indexing it takes a while: `files` files in 30 packages.
 void write_large_tree(const TempTree& tree, int files) {
   for (int i = 0; i < files; ++i) {
