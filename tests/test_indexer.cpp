@@ -213,6 +213,49 @@ TEST(Indexer, BadFilesAreListedWithAWarning) {
   EXPECT_EQ(repo.get_stats().at("files"), 4);
 }
 
+// Syntax of current Python versions reads without errors, with the calls inside it: what
+// the grammar knows, and what is read around its gaps (type parameter defaults, except
+// lists without parentheses, t-strings).
+TEST(Indexer, ReadsCurrentPythonSyntax) {
+  struct Case {
+    std::string name, source;
+    EdgeRow expected;
+  };
+  const EdgeRow f_calls_g{"m.f", "m.g", "call", "local"};
+  const std::vector<Case> cases = {
+      {"except*", "def f():\n    try:\n        pass\n    except* ValueError as e:\n        g()\n",
+       f_calls_g},
+      {"except *", "def f():\n    try:\n        pass\n    except *TypeError:\n        g()\n",
+       f_calls_g},
+      {"type alias",
+       "class K: pass\ntype Alias[T] = dict[K, T]\n",
+       {"m.<toplevel>", "m.K", "type", "local"}},
+      {"generic function", "def f[T: int, *Ts, **P](x: T) -> T:\n    return g()\n", f_calls_g},
+      {"generic class",
+       "class C[T]:\n    def f(self):\n        g()\n",
+       {"m.C.f", "m.g", "call", "local"}},
+      {"match",
+       "def f(x):\n    match x:\n        case [1, *r] | {'k': r}:\n            pass\n"
+       "        case P(x=0) as p if p:\n            g()\n",
+       f_calls_g},
+      {"nested f-strings", "def f(d):\n    return f\"{d[\"k\"]!r:>{w}} {f\"{g()}\"}\"\n",
+       f_calls_g},
+      {"walrus", "def f():\n    if (n := g()) > 1:\n        return n\n", f_calls_g},
+      {"decorator expression", "def f():\n    @(lambda fn: g() or fn)\n    def inner(): pass\n",
+       f_calls_g},
+      {"type parameter default", "def f[T = int, *Ts = *tuple[int]](x: T):\n    g()\n", f_calls_g},
+      {"except list", "def f():\n    try:\n        pass\n    except A, B, C:\n        g()\n",
+       f_calls_g},
+      {"t-strings", "def f():\n    return t\"{x}\" + rt'{t\"{g()}\"}'\n", f_calls_g},
+  };
+  for (const Case& c : cases) {
+    TempTree tree(SourceTree{{"m.py", "def g(): pass\n" + c.source}});
+    EXPECT_EQ(tree.index().warnings, std::vector<std::string>{}) << c.name;
+    Repository repo(tree.db());
+    EXPECT_TRUE(edges_of(repo).contains(c.expected)) << c.name;
+  }
+}
+
 // A declared encoding (or a UTF-8 byte order mark) is decoded before parsing, keeping the
 // lines where they were; what cannot be decoded is read as far as it can be, with a warning.
 TEST(Indexer, DecodesTheDeclaredSourceEncoding) {
