@@ -273,10 +273,16 @@ TEST(Indexer, ListsWhatGitListsOrSkipsWhatHoldsNoCode) {
                             {"env2/lib/z.py", ""},
                             {"pkg/__pycache__/a.pyc", ""},
                             {"build/out.py", ""},
+                            {"dist/pkg/__init__.py", ""},
+                            {"ops/build/__init__.py", ""},
+                            {"ops/build/steps.py", ""},
+                            {"ops/dist/__init__.py", ""},
                             {".quarry/index.db", ""},
                             {"docs/guide.md", ""}});
+  // build/ and dist/ are output, unless they are packages of the project.
   EXPECT_EQ(indexer::list_source_files(plain.root()).files,
-            (std::vector<std::string>{"a.py", "docs/guide.md"}));
+            (std::vector<std::string>{"a.py", "docs/guide.md", "ops/build/__init__.py",
+                                      "ops/build/steps.py", "ops/dist/__init__.py"}));
 
   TempTree repo(SourceTree{{".gitignore", "ignored.py\n"},
                            {"kept.py", ""},
@@ -311,6 +317,93 @@ TEST(Indexer, BadFilesAreListedWithAWarning) {
   EXPECT_TRUE(repo.get_symbol_by_fqn("broken.ok"));
   EXPECT_TRUE(repo.get_symbol_by_fqn("latin1.fine"));
   EXPECT_EQ(repo.get_stats().at("files"), 4);
+}
+
+// Syntax of current Python versions reads without errors, with the calls inside it: what
+// the grammar knows, and what is read around its gaps (type parameter defaults, except
+// lists without parentheses, t-strings).
+TEST(Indexer, ReadsCurrentPythonSyntax) {
+  struct Case {
+    std::string name, source;
+    EdgeRow expected;
+  };
+  const EdgeRow f_calls_g{"m.f", "m.g", "call", "local"};
+  const std::vector<Case> cases = {
+      {"except*", "def f():\n    try:\n        pass\n    except* ValueError as e:\n        g()\n",
+       f_calls_g},
+      {"except *", "def f():\n    try:\n        pass\n    except *TypeError:\n        g()\n",
+       f_calls_g},
+      {"type alias",
+       "class K: pass\ntype Alias[T] = dict[K, T]\n",
+       {"m.<toplevel>", "m.K", "type", "local"}},
+      {"generic function", "def f[T: int, *Ts, **P](x: T) -> T:\n    return g()\n", f_calls_g},
+      {"generic class",
+       "class C[T]:\n    def f(self):\n        g()\n",
+       {"m.C.f", "m.g", "call", "local"}},
+      {"match",
+       "def f(x):\n    match x:\n        case [1, *r] | {'k': r}:\n            pass\n"
+       "        case P(x=0) as p if p:\n            g()\n",
+       f_calls_g},
+      {"nested f-strings", "def f(d):\n    return f\"{d[\"k\"]!r:>{w}} {f\"{g()}\"}\"\n",
+       f_calls_g},
+      {"walrus", "def f():\n    if (n := g()) > 1:\n        return n\n", f_calls_g},
+      {"decorator expression", "def f():\n    @(lambda fn: g() or fn)\n    def inner(): pass\n",
+       f_calls_g},
+      {"type parameter default", "def f[T = int, *Ts = *tuple[int]](x: T):\n    g()\n", f_calls_g},
+      {"except list", "def f():\n    try:\n        pass\n    except A, B, C:\n        g()\n",
+       f_calls_g},
+      {"t-strings", "def f():\n    return t\"{x}\" + rt'{t\"{g()}\"}'\n", f_calls_g},
+  };
+  for (const Case& c : cases) {
+    TempTree tree(SourceTree{{"m.py", "def g(): pass\n" + c.source}});
+    EXPECT_EQ(tree.index().warnings, std::vector<std::string>{}) << c.name;
+    Repository repo(tree.db());
+    EXPECT_TRUE(edges_of(repo).contains(c.expected)) << c.name;
+  }
+}
+
+// A declared encoding (or a UTF-8 byte order mark) is decoded before parsing, keeping the
+// lines where they were; what cannot be decoded is read as far as it can be, with a warning.
+TEST(Indexer, DecodesTheDeclaredSourceEncoding) {
+  // A non-ASCII literal, then a definition named with e acute (given in the file's
+  // encoding) and its caller.
+  const auto body = [](const std::string& e_acute, const std::string& literal) {
+    return "s = '" + literal + "'\ndef caf" + e_acute + "(): pass\ndef f():\n    caf" + e_acute +
+           "()\n";
+  };
+  struct Case {
+    std::string name, source;
+    std::int64_t line_of_f;
+    std::string warning;  // empty: none
+  };
+  const std::vector<Case> cases = {
+      {"latin-1", "# -*- coding: latin-1 -*-\n" + body("\xe9", "\xa3\xbf"), 4, ""},
+      {"cp1252 on line 2",
+       "#!/usr/bin/env python\n# vim: set fileencoding=cp1252 :\n" + body("\xe9", "\x80 \x93"), 5,
+       ""},
+      {"utf-8 with a BOM", "\xef\xbb\xbf" + body("\xc3\xa9", "\xe2\x82\xac"), 3, ""},
+      {"utf-8 declared", "# coding=utf-8\n" + body("\xc3\xa9", "\xe2\x82\xac"), 4, ""},
+      {"unknown encoding", "# coding: klingon\n" + body("\xc3\xa9", "\xe2\x82\xac"), 4,
+       "m.py: unknown encoding \"klingon\""},
+      {"undecodable byte", "# coding: cp1252\n" + body("\xe9", "\x81"), 4,
+       "m.py: not valid cp1252"},
+  };
+  for (const Case& c : cases) {
+    TempTree tree(SourceTree{{"m.py", c.source}});
+    const auto summary = tree.index();
+    if (c.warning.empty()) {
+      EXPECT_EQ(summary.warnings, std::vector<std::string>{}) << c.name;
+    } else {
+      ASSERT_EQ(summary.warnings.size(), 1u) << c.name;
+      EXPECT_TRUE(summary.warnings[0].starts_with(c.warning))
+          << c.name << ": " << summary.warnings[0];
+    }
+    Repository repo(tree.db());
+    EXPECT_TRUE(edges_of(repo).contains({"m.f", "m.caf\xc3\xa9", "call", "local"})) << c.name;
+    const auto f = repo.get_symbol_by_fqn("m.f");
+    ASSERT_TRUE(f) << c.name;
+    EXPECT_EQ(f->start_line, c.line_of_f) << c.name;
+  }
 }
 
 // A tree big enough that indexing it takes a while: `files` files in 30 packages.

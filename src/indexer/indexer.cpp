@@ -12,6 +12,7 @@
 #include "indexer/python_parser.h"
 #include "indexer/python_resolver.h"
 #include "indexer/source_files.h"
+#include "indexer/text.h"
 
 namespace quarry::indexer {
 
@@ -114,12 +115,15 @@ IndexSummary build_index(const IndexOptions& options) {
       [&](unsigned worker, std::size_t i) {
         auto& parser = parsers[worker];
         if (!parser) parser = std::make_unique<PythonParser>();
-        const SourceText source =
-            read_source(options.root / python_paths[i], options.max_file_size);
-        models[i] = parser->parse(python_paths[i], source.text.value_or(std::string()));
-        if (!source.text) {
-          models[i].warnings.insert(models[i].warnings.begin(),
-                                    python_paths[i] + ": not indexed: " + source.problem);
+        SourceText source = read_source(options.root / python_paths[i], options.max_file_size);
+        const DecodedSource decoded =
+            decode_python_source(source.text ? std::move(*source.text) : std::string());
+        models[i] = parser->parse(python_paths[i], decoded.text);
+        const std::string& problem = source.text ? decoded.problem : source.problem;
+        if (!problem.empty()) {
+          models[i].warnings.insert(
+              models[i].warnings.begin(),
+              python_paths[i] + (source.text ? ": " : ": not indexed: ") + problem);
         }
       },
       options.progress ? [&](std::size_t done) { options.progress(done, python_paths.size()); }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "indexer/python_grammar.h"
 #include "indexer/text.h"
 #include "models/symbol.h"
 
@@ -995,8 +996,7 @@ FileModel PythonParser::parse(const std::string& path, std::string_view source) 
                                -1});
   model.scopes.push_back({Scope::Kind::module, -1, TOPLEVEL_DEFINITION, -1, model.module, {}, {}});
 
-  TSTree* tree = ts_parser_parse_string(parser_, nullptr, source.data(),
-                                        static_cast<std::uint32_t>(source.size()));
+  TSTree* tree = parse_python(parser_, source);
   if (tree == nullptr) {
     model.warnings.push_back(path + ": could not be parsed");
     return model;

@@ -60,15 +60,17 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 34> LANGUAGE
     {".sh", "shell"},
 }};
 
-// Directories that hold no code of the project itself.
+// Directories that hold no code of the project itself. build/ and dist/ are taken for
+// build output unless they are Python packages (operations/build/__init__.py, say).
 bool is_skipped_directory(const fs::path& dir) {
   const std::string name = dir.filename().string();
-  static constexpr std::array<std::string_view, 12> SKIPPED{
-      ".git", ".hg",  ".svn",  "node_modules", "__pycache__", ".venv",
-      "venv", ".tox", "build", "dist",         ".mypy_cache", ".pytest_cache"};
+  static constexpr std::array<std::string_view, 10> SKIPPED{
+      ".git",  ".hg",  ".svn", "node_modules", "__pycache__",
+      ".venv", "venv", ".tox", ".mypy_cache",  ".pytest_cache"};
   if (std::find(SKIPPED.begin(), SKIPPED.end(), name) != SKIPPED.end()) return true;
   if (name.ends_with(".egg-info")) return true;
   std::error_code ec;
+  if (name == "build" || name == "dist") return !fs::exists(dir / "__init__.py", ec);
   return fs::exists(dir / "pyvenv.cfg", ec);  // a virtual environment of any name
 }
 

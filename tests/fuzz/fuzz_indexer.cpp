@@ -61,7 +61,7 @@ const std::vector<std::string> SEEDS = [] {
 const std::vector<std::string> TOKENS = split(
     "def |class |(|)|:|\n    |\"\"\"|\\\n|\0|\xff|\xe2\x82|\r|\n|lambda |from . import |@|"
     "await |nonlocal |super().|self.|except* |match x:\n|case |:=|f\"{|}|'|*|,|=|[|.|if |"
-    "__all__ = [|pkg.sub.m|A("sv,
+    "__all__ = [|pkg.sub.m|A(|t\"{|rt'{|except A, B, C:|def f[T = "sv,
     '|');
 // Packages, a stub, a src layout, a test, and a package and a module of the same name.
 const std::vector<std::string> PATHS = split(
