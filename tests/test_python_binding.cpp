@@ -108,6 +108,19 @@ TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
        {{"use.f", "shapes.Config.run", "call", "ambiguous"},
         {"use.f", "shapes.Config.run", "call", "exact"}},
        {}},
+      {"a function without a return annotation returns what its return statements give",
+       {{"shapes.py", SHAPES},
+        {"use.py",
+         "from shapes import Config\n"
+         "def build(flag):\n"
+         "    if flag:\n"
+         "        return None\n"
+         "    return Config()\n"
+         "def go():\n"
+         "    build(1).get_value()\n"}},
+       {{"use.go", "shapes.Config.get_value", "call", "exact"}},
+       {},
+       {}},
       {"attribute types: assigned in any method, from a parameter, annotated in the class body",
        {{"shapes.py", SHAPES},
         {"use.py",

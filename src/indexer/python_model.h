@@ -62,8 +62,10 @@ struct Definition {
   std::optional<Binding> import;
   // For a class: the scope of its body, where its members are bound.
   int body_scope = -1;
-  // For a variable: where its type can be read from; for a function: its return annotation.
+  // For a variable: where its type can be read from; for a function: its return
+  // annotation, or without one what its return statements return.
   std::vector<TypeHint> hints;
+  bool returns_annotated = false;
   // For a class: the types of the attributes its methods assign (`self.x = ...`) or that
   // its body annotates, by attribute name.
   std::unordered_map<std::string, std::vector<TypeHint>> attributes;

@@ -375,6 +375,15 @@ class ModelBuilder {
         collect_exports(field(frame.node, "right"));
       }
       push_children(frame);
+    } else if (type == "return_statement") {
+      // A function without a return annotation returns what its return statements give.
+      Definition& function = m_.definitions[static_cast<std::size_t>(frame.owner)];
+      const TSNode value = ts_node_named_child(frame.node, 0);
+      if (!ts_node_is_null(value) && !function.returns_annotated &&
+          (function.kind == symbol_kind::FUNCTION || function.kind == symbol_kind::METHOD)) {
+        add_hints(function.hints, value_hints(value, frame.scope));
+      }
+      push_children(frame);
     } else if (type == "global_statement" || type == "nonlocal_statement") {
       for (TSNode name : named_children(frame.node)) {
         m_.scopes[static_cast<std::size_t>(frame.scope)].globals.push_back(text(name));
@@ -514,7 +523,9 @@ class ModelBuilder {
     visit_parameters(field(definition, "parameters"), frame, id, body,
                      method_of >= 0 && !is_static ? method_of : -1);
     const TSNode returns = field(definition, "return_type");
-    m_.definitions[static_cast<std::size_t>(id)].hints = annotation_hints(returns, frame.scope);
+    Definition& function = m_.definitions[static_cast<std::size_t>(id)];
+    function.hints = annotation_hints(returns, frame.scope);
+    function.returns_annotated = !function.hints.empty();
     push(returns, frame.scope, id, true);
     push(field(definition, "body"), body, id);
   }
