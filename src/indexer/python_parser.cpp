@@ -6,6 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "indexer/python_strings.h"
 #include "indexer/text.h"
 #include "models/symbol.h"
 
@@ -206,6 +207,7 @@ class ModelBuilder {
   }
 
   void visit(const Frame& frame) {
+    strings_.visit(frame.node, frame.scope, frame.owner);
     const std::string_view type = type_of(frame.node);
     if (type == "decorated_definition") {
       std::vector<TSNode> decorators;
@@ -652,6 +654,7 @@ class ModelBuilder {
   TSTreeCursor cursor_;  // lists children; reset for each node, never held across calls
   std::vector<Frame> stack_;
   std::vector<std::string> exports_;
+  StringEvidence strings_{m_, src_, root_};
 };
 
 }  // namespace

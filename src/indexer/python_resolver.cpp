@@ -5,6 +5,7 @@
 #include <deque>
 #include <set>
 
+#include "indexer/python_strings.h"
 #include "models/edge.h"
 #include "models/symbol.h"
 
@@ -530,7 +531,78 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
         break;
     }
   }
+  resolve_string_uses(*this, files_, file, links);
   return links;
+}
+
+// Lookups for names given as strings.
+
+std::optional<std::int64_t> PythonResolver::module_symbol(const std::string& module) const {
+  auto it = module_files_.find(module);
+  if (it == module_files_.end()) return std::nullopt;
+  return symbol_id(it->second, MODULE_DEFINITION);
+}
+
+std::vector<std::int64_t> PythonResolver::owners_of(std::size_t file, int scope,
+                                                    const std::vector<std::string>& chain) const {
+  if (chain.empty()) return {};
+  Use use;
+  use.scope = scope;
+  use.chain = chain;
+  std::string_view resolution;
+  Value value = resolve_chain(file, use, resolution);
+  if (value.kind == Value::Kind::symbols && value.ids.size() == 1) {
+    // A variable made by calling a class: an instance of that class.
+    const auto [where, index] = location_of(value.ids[0]);
+    const Definition& variable = files_[where].definitions[static_cast<std::size_t>(index)];
+    if (!variable.made_by.empty()) value = constructed(where, variable.made_in, variable.made_by);
+  }
+  if (value.kind == Value::Kind::module || value.kind == Value::Kind::instance) return value.ids;
+  if (value.kind != Value::Kind::symbols) return {};
+  std::erase_if(value.ids,
+                [&](std::int64_t id) { return definition(id).kind != symbol_kind::CLASS; });
+  return value.ids;
+}
+
+std::vector<std::int64_t> PythonResolver::attribute_of(std::int64_t owner,
+                                                       const std::string& name) const {
+  const Definition& d = definition(owner);
+  Value value;
+  if (d.kind == symbol_kind::MODULE) {
+    value = resolve_from(d.fqn, name);
+  } else if (d.kind == symbol_kind::CLASS) {
+    value = member({owner}, name, false);
+  }
+  if (value.kind == Value::Kind::symbols || value.kind == Value::Kind::module) return value.ids;
+  return {};
+}
+
+std::vector<std::int64_t> PythonResolver::hierarchy_of(
+    const std::vector<std::int64_t>& classes) const {
+  std::vector<std::int64_t> order;
+  std::set<std::int64_t> seen;
+  for (std::int64_t id : classes) {
+    if (seen.insert(id).second) order.push_back(id);
+  }
+  for (std::size_t next = 0; next < order.size(); ++next) {
+    auto bases = bases_.find(order[next]);
+    if (bases == bases_.end()) continue;
+    for (std::int64_t base : bases->second) {
+      if (seen.insert(base).second) order.push_back(base);
+    }
+  }
+  return order;
+}
+
+const std::vector<std::int64_t>& PythonResolver::callables_named(const std::string& name) const {
+  static const std::vector<std::int64_t> none;
+  auto it = callables_by_name_.find(name);
+  return it == callables_by_name_.end() ? none : it->second;
+}
+
+std::pair<std::size_t, int> PythonResolver::location_of(std::int64_t id) const {
+  const auto [file, index] = where_[static_cast<std::size_t>(id - first_id_)];
+  return {file, static_cast<int>(index)};
 }
 
 }  // namespace quarry::indexer

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "indexer/python_model.h"
@@ -51,6 +53,33 @@ class PythonResolver {
 
   // The edges and pending references of one file. Safe to call from several threads.
   FileLinks resolve(std::size_t file) const;
+
+  // Lookups for names that code gives as strings (python_strings.cpp). All are safe to
+  // call from several threads.
+
+  // The symbol of `module` when it is a module of the index.
+  std::optional<std::int64_t> module_symbol(const std::string& module) const;
+
+  // What `chain` (as in Use::chain) stands for when read in `scope` of `file`, when that is
+  // a module or classes of the index: the module's symbol, or the classes it names or is an
+  // instance of. Empty for anything else.
+  std::vector<std::int64_t> owners_of(std::size_t file, int scope,
+                                      const std::vector<std::string>& chain) const;
+
+  // The attribute `name` of `owner`, a module symbol or a class: the definitions it names in
+  // the module (re-exports followed) or in the class and its bases, or a submodule's symbol.
+  // Empty when there is none or `owner` is neither.
+  std::vector<std::int64_t> attribute_of(std::int64_t owner, const std::string& name) const;
+
+  // The classes `classes`, then their bases as far as the index knows them, breadth first,
+  // each once.
+  std::vector<std::int64_t> hierarchy_of(const std::vector<std::int64_t>& classes) const;
+
+  // The functions, classes and methods named `name`, in fqn order.
+  const std::vector<std::int64_t>& callables_named(const std::string& name) const;
+
+  // The file and the definition index of symbol `id`.
+  std::pair<std::size_t, int> location_of(std::int64_t id) const;
 
  private:
   struct Value;
