@@ -99,6 +99,30 @@ struct Use {
   std::optional<Binding> imported;
 };
 
+// A string that names definitions of the repository (see python_strings.h).
+struct StringUse {
+  enum class Kind {
+    path,    // the whole string is a dotted path: "pkg.mod.f", "pkg.mod:Class.method"
+    name,    // a name that code looks up: getattr(x, "name"), globals()["name"]
+    prefix,  // the start of names that code looks up: getattr(x, "on_" + event)
+    beside,  // a name written beside dotted paths in one literal: ("pkg.mod", "Name")
+  };
+  Kind kind = Kind::path;
+  int scope = 0;
+  int source = 0;    // the definition the edge comes from
+  std::string text;  // the path, the name or the prefix
+  // For a name or prefix: the object it is looked up on, as a chain read in `scope`; empty
+  // when that object is no chain.
+  std::vector<std::string> receiver;
+  // For a name or prefix: the module it is looked up in, when code names that module itself
+  // (globals(), importlib.import_module("m"), sys.modules["m"]). For a name beside paths:
+  // those paths, in source order.
+  std::vector<std::string> modules;
+  std::int64_t line = 0;
+
+  bool operator==(const StringUse&) const = default;
+};
+
 struct FileModel {
   std::string path;
   std::string module;       // dotted module name
@@ -109,6 +133,7 @@ struct FileModel {
   std::vector<Use> uses;
   std::vector<std::string> star_imports;  // modules imported with "*"
   std::vector<std::string> warnings;
+  std::vector<StringUse> string_uses;
 };
 
 // How the call sites of names that the repository defines were bound: to definitions of

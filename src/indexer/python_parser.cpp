@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "indexer/python_grammar.h"
+#include "indexer/python_strings.h"
 #include "indexer/text.h"
 #include "models/symbol.h"
 
@@ -341,6 +342,8 @@ class ModelBuilder {
   void use_chain(const Frame& frame, TSNode node, UseKind kind) {
     ChainWalk walk = walk_chain(node);
     for (const auto& [length, call] : walk.calls) {
+      // A call inside the chain is no frame of its own: strings in it are read here.
+      if (!ts_node_eq(call, node)) strings_.visit(call, frame.scope, frame.owner);
       std::vector<std::string> called(walk.names.begin(),
                                       walk.names.begin() + static_cast<std::ptrdiff_t>(length));
       if (worth_a_use(called)) {
@@ -355,6 +358,7 @@ class ModelBuilder {
   }
 
   void visit(const Frame& frame) {
+    strings_.visit(frame.node, frame.scope, frame.owner);
     const std::string_view type = type_of(frame.node);
     if (type == "decorated_definition") {
       std::vector<TSNode> decorators;
@@ -946,6 +950,7 @@ class ModelBuilder {
   TSTreeCursor cursor_;  // lists children; reset for each node, never held across calls
   std::vector<Frame> stack_;
   std::vector<std::string> exports_;
+  StringEvidence strings_{m_, src_, root_};
 };
 
 }  // namespace

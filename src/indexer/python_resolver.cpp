@@ -5,6 +5,7 @@
 #include <deque>
 #include <set>
 
+#include "indexer/python_strings.h"
 #include "models/edge.h"
 #include "models/symbol.h"
 
@@ -237,7 +238,10 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
     for (std::size_t d = 0; d < definitions.size(); ++d) {
       where_.emplace_back(static_cast<std::uint32_t>(f), static_cast<std::uint32_t>(d));
       by_fqn_[definitions[d].fqn].push_back(next);
-      if (is_callable_kind(definitions[d].kind)) callable_names_.insert(definitions[d].name);
+      if (is_callable_kind(definitions[d].kind)) {
+        callable_names_.insert(definitions[d].name);
+        callables_by_name_[definitions[d].name].push_back(next);
+      }
       ++next;
     }
     module_files_.try_emplace(files[f].module, f);
@@ -261,7 +265,7 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
       }
     }
   }
-  for (auto* by_name : {&members_by_name_, &methods_by_name_}) {
+  for (auto* by_name : {&callables_by_name_, &members_by_name_, &methods_by_name_}) {
     for (auto& [name, ids] : *by_name) {
       std::sort(ids.begin(), ids.end(), [&](std::int64_t a, std::int64_t b) {
         return std::tie(definition(a).fqn, a) < std::tie(definition(b).fqn, b);
@@ -778,7 +782,71 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       }
     }
   }
+  resolve_string_uses(*this, files_, file, links);
   return links;
+}
+
+// Lookups for names given as strings.
+
+std::optional<std::int64_t> PythonResolver::module_symbol(const std::string& module) const {
+  auto it = module_files_.find(module);
+  if (it == module_files_.end()) return std::nullopt;
+  return symbol_id(it->second, MODULE_DEFINITION);
+}
+
+std::vector<std::int64_t> PythonResolver::owners_of(std::size_t file, int scope,
+                                                    const std::vector<std::string>& chain) const {
+  if (chain.empty()) return {};
+  Use use;
+  use.scope = scope;
+  use.chain = chain;
+  std::string_view resolution;
+  Value value = resolve_chain(file, use, resolution);
+  if (value.kind == Value::Kind::symbols && value.ids.size() == 1) {
+    // A variable whose hints say what it holds: an instance of a class, say.
+    const Definition& variable = definition(value.ids[0]);
+    if (variable.kind == symbol_kind::VARIABLE || variable.kind == symbol_kind::CONSTANT) {
+      value = value_of_hints(file_of(value.ids[0]), variable.hints, INFERENCE_DEPTH);
+    }
+  }
+  if (value.kind == Value::Kind::module || value.kind == Value::Kind::instance) return value.ids;
+  if (value.kind != Value::Kind::symbols) return {};
+  std::erase_if(value.ids,
+                [&](std::int64_t id) { return definition(id).kind != symbol_kind::CLASS; });
+  return value.ids;
+}
+
+std::vector<std::int64_t> PythonResolver::attribute_of(std::int64_t owner,
+                                                       const std::string& name) const {
+  const Definition& d = definition(owner);
+  Value value;
+  if (d.kind == symbol_kind::MODULE) {
+    value = resolve_from(d.fqn, name);
+  } else if (d.kind == symbol_kind::CLASS) {
+    value = member({owner}, name, false);
+  }
+  if (value.kind == Value::Kind::symbols || value.kind == Value::Kind::module) return value.ids;
+  return {};
+}
+
+std::vector<std::int64_t> PythonResolver::hierarchy_of(
+    const std::vector<std::int64_t>& classes) const {
+  std::vector<std::int64_t> order;
+  for (std::int64_t id : lookup_order(classes)) {
+    if (std::find(order.begin(), order.end(), id) == order.end()) order.push_back(id);
+  }
+  return order;
+}
+
+const std::vector<std::int64_t>& PythonResolver::callables_named(const std::string& name) const {
+  static const std::vector<std::int64_t> none;
+  auto it = callables_by_name_.find(name);
+  return it == callables_by_name_.end() ? none : it->second;
+}
+
+std::pair<std::size_t, int> PythonResolver::location_of(std::int64_t id) const {
+  const auto [file, index] = where_[static_cast<std::size_t>(id - first_id_)];
+  return {file, static_cast<int>(index)};
 }
 
 }  // namespace quarry::indexer

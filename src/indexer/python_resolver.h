@@ -2,11 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "indexer/python_model.h"
@@ -59,6 +61,33 @@ class PythonResolver {
   // annotated, a.b's value held in an attribute, and so on.
   static constexpr int INFERENCE_DEPTH = 4;
 
+  // Lookups for names that code gives as strings (python_strings.cpp). All are safe to
+  // call from several threads.
+
+  // The symbol of `module` when it is a module of the index.
+  std::optional<std::int64_t> module_symbol(const std::string& module) const;
+
+  // What `chain` (as in Use::chain) stands for when read in `scope` of `file`, when that is
+  // a module or classes of the index: the module's symbol, or the classes it names or is an
+  // instance of. Empty for anything else.
+  std::vector<std::int64_t> owners_of(std::size_t file, int scope,
+                                      const std::vector<std::string>& chain) const;
+
+  // The attribute `name` of `owner`, a module symbol or a class: the definitions it names in
+  // the module (re-exports followed) or in the class and its bases, or a submodule's symbol.
+  // Empty when there is none or `owner` is neither.
+  std::vector<std::int64_t> attribute_of(std::int64_t owner, const std::string& name) const;
+
+  // The classes `classes`, then their bases as far as the index knows them, in method
+  // resolution order, each once.
+  std::vector<std::int64_t> hierarchy_of(const std::vector<std::int64_t>& classes) const;
+
+  // The functions, classes and methods named `name`, in fqn order.
+  const std::vector<std::int64_t>& callables_named(const std::string& name) const;
+
+  // The file and the definition index of symbol `id`.
+  std::pair<std::size_t, int> location_of(std::int64_t id) const;
+
  private:
   struct Value;
   Value resolve_chain(std::size_t file, const Use& use, std::string_view& resolution) const;
@@ -90,7 +119,8 @@ class PythonResolver {
   // Methods and nested classes by name, and methods alone, each sorted by fqn.
   std::unordered_map<std::string, std::vector<std::int64_t>> members_by_name_;
   std::unordered_map<std::string, std::vector<std::int64_t>> methods_by_name_;
-  // The names of the repository's functions, methods and classes.
+  // The repository's functions, methods and classes by name, sorted by fqn, and their names.
+  std::unordered_map<std::string, std::vector<std::int64_t>> callables_by_name_;
   std::unordered_set<std::string> callable_names_;
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> bases_;
   // Classes with a base that is no class of the repository (object, dict, an import).
