@@ -289,7 +289,7 @@ def certain_dump(lib, quarry, results):
     root = tempfile.mkdtemp(prefix=f"quarry-precision-{lib.name}-")
     try:
         copy_library(lib, root)
-        _, _, findings = run_quarry(quarry, root)
+        _, _, findings, _ = run_quarry(quarry, root)
     finally:
         shutil.rmtree(root)
     certain = sorted((f for f in findings.values() if f["confidence"] == "certain"), key=lambda f: (f["file"], f["line"]))
