@@ -97,7 +97,12 @@ struct Use {
   std::int64_t line = 0;
   // For an import: what it imported (the chain is empty).
   std::optional<Binding> imported;
+  // For a call: what its arguments are, as far as a hint tells (names, attributes, calls).
+  std::vector<TypeHint> arguments;
 };
+
+// The most arguments of one call whose values are recorded.
+inline constexpr std::size_t MAX_ARGUMENT_HINTS = 8;
 
 // A string that names definitions of the repository (see python_strings.h).
 struct StringUse {

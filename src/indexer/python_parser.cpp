@@ -348,6 +348,7 @@ class ModelBuilder {
                                       walk.names.begin() + static_cast<std::ptrdiff_t>(length));
       if (worth_a_use(called)) {
         use(UseKind::call, frame.scope, frame.owner, std::move(called), line_of(call));
+        m_.uses.back().arguments = argument_hints(field(call, "arguments"), frame.scope);
       }
       push(field(call, "arguments"), frame.scope, frame.owner);
     }
@@ -711,6 +712,23 @@ class ModelBuilder {
           pending.push_back(children[i]);
         }
       }
+    }
+    return hints;
+  }
+
+  // What the arguments of a call are, as far as hints tell: names, attributes and calls
+  // passed by position or keyword.
+  std::vector<TypeHint> argument_hints(TSNode arguments, int scope) {
+    std::vector<TypeHint> hints;
+    if (ts_node_is_null(arguments) || type_of(arguments) != "argument_list") return hints;
+    for (TSNode argument : named_children(arguments)) {
+      if (hints.size() >= MAX_ARGUMENT_HINTS) break;
+      if (type_of(argument) == "keyword_argument") argument = field(argument, "value");
+      if (ts_node_is_null(argument)) continue;
+      const std::string_view type = type_of(argument);
+      if (type != "identifier" && type != "attribute" && type != "call") continue;
+      for (TypeHint& hint : value_hints(argument, scope))
+        hints.push_back(std::move(hint));
     }
     return hints;
   }

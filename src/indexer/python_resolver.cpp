@@ -257,7 +257,11 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
         ids.insert(ids.end(), binding.also.begin(), binding.also.end());
         for (int d : ids) {
           const std::string& kind = files[f].definitions[static_cast<std::size_t>(d)].kind;
-          if (kind == symbol_kind::METHOD) methods_by_name_[name].push_back(symbol_id(f, d));
+          if (kind == symbol_kind::METHOD) {
+            methods_by_name_[name].push_back(symbol_id(f, d));
+            if (!name.starts_with("_"))
+              methods_of_[symbol_id(f, scope.owner)].push_back(symbol_id(f, d));
+          }
           if (kind == symbol_kind::METHOD || kind == symbol_kind::CLASS) {
             members_by_name_[name].push_back(symbol_id(f, d));
           }
@@ -768,6 +772,13 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       case Value::Kind::external:
         break;
     }
+    const bool outside_call =
+        value.kind == Value::Kind::external ||
+        (value.kind == Value::Kind::unknown && links.edges.size() == edges_before);
+    if (use.kind == UseKind::call && outside_call && !use.arguments.empty() &&
+        !(use.chain.size() == 1 && is_python_builtin(use.chain.front()))) {
+      handed_outside(file, use, links);
+    }
     if (use.kind == UseKind::call && callable_names_.contains(use.chain.back())) {
       const bool made_edges = links.edges.size() > edges_before;
       if (value.kind == Value::Kind::symbols && made_edges) {
@@ -784,6 +795,28 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
   }
   resolve_string_uses(*this, files_, file, links);
   return links;
+}
+
+// An instance of a class of the repository handed to code outside it (`jar.extract_cookies(
+// MockRequest(r))`, `io.TextIOWrapper(Stream())`) may have any of its public methods called
+// there: each is guessed at, from the calling definition.
+void PythonResolver::handed_outside(std::size_t file, const Use& use, FileLinks& links) const {
+  const std::int64_t source = symbol_id(file, use.source);
+  std::vector<std::int64_t> targets;
+  for (const TypeHint& hint : use.arguments) {
+    const Value value = value_of_hints(file, {hint}, INFERENCE_DEPTH);
+    if (value.kind != Value::Kind::instance) continue;
+    for (std::int64_t cls : lookup_order(value.ids)) {
+      auto methods = methods_of_.find(cls);
+      if (methods == methods_of_.end()) continue;
+      for (std::int64_t id : methods->second) {
+        if (std::find(targets.begin(), targets.end(), id) == targets.end()) targets.push_back(id);
+      }
+    }
+  }
+  for (std::int64_t id : targets) {
+    links.edges.push_back({source, id, edge_kind::REFERENCE, resolution::AMBIGUOUS, use.line});
+  }
 }
 
 // Lookups for names given as strings.

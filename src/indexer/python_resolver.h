@@ -109,6 +109,7 @@ class PythonResolver {
   const Definition& definition(std::int64_t id) const;
   std::size_t file_of(std::int64_t id) const;
   void linearize(std::int64_t cls);
+  void handed_outside(std::size_t file, const Use& use, FileLinks& links) const;
 
   const std::vector<FileModel>& files_;
   std::vector<std::int64_t> first_ids_;
@@ -123,6 +124,8 @@ class PythonResolver {
   std::unordered_map<std::string, std::vector<std::int64_t>> callables_by_name_;
   std::unordered_set<std::string> callable_names_;
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> bases_;
+  // The public methods (no leading underscore) each class defines.
+  std::unordered_map<std::int64_t, std::vector<std::int64_t>> methods_of_;
   // Classes with a base that is no class of the repository (object, dict, an import).
   std::set<std::int64_t> open_classes_;
   // Method resolution order of each class with a base in the repository, itself first.
