@@ -223,6 +223,38 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
     check(family);
 }
 
+TEST(PythonBinding, CodeOutsideTheRepositoryMayCallWhatItIsGiven) {
+  const std::vector<Family> families = {
+      {"a fallback defined beside an import, and a class named in a string annotation",
+       {{"m.py",
+         "from typing import TYPE_CHECKING\n"
+         "try:\n    from fast import f\nexcept ImportError:\n    def f(): pass\n"
+         "if TYPE_CHECKING:\n    class Proto: pass\n"
+         "def g(x: 'Proto'):\n    f()\n"}},
+       {{"m.g", "m.f", "call", "import"}, {"m.g", "m.Proto", "type", "local"}},
+       {},
+       {{"m.f", ""}, {"m.Proto", ""}}},
+      {"an instance handed to outside code, a subclass of an outside class",
+       {{"m.py",
+         "import io\nimport click\n"
+         "class Stream:\n    def readinto(self, b): pass\n    def _unseen(self): pass\n"
+         "class Base(click.Group):\n    pass\n"
+         "class Mine(Base):\n    def parse_args(self): pass\n"
+         "class Root(object):\n    pass\n"
+         "class Plain(Root):\n    def run(self): pass\n"
+         "def reader():\n    return io.BufferedReader(Stream())\n"}},
+       {{"m.reader", "m.Stream.readinto", "reference", "ambiguous"},
+        {"m.Mine", "m.Mine.parse_args", "reference", "ambiguous"}},
+       {{"m.reader", "m.Stream._unseen", "reference", "ambiguous"}},
+       {{"m.Stream.readinto", "likely"},
+        {"m.Stream._unseen", "certain"},
+        {"m.Mine.parse_args", "likely"},
+        {"m.Plain.run", "certain"}}},
+  };
+  for (const Family& family : families)
+    check(family);
+}
+
 TEST(PythonBinding, CountsHowCallsOfTheRepositorysNamesWereBound) {
   TempTree tree(SourceTree{{"m.py",
                             "class Box:\n    def get(self): pass\n    def put(self): pass\n"

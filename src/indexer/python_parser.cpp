@@ -247,10 +247,12 @@ class ModelBuilder {
     if (inserted) return;
     Binding& existing = it->second;
     if (binding.kind == Binding::Kind::definition) {
-      if (existing.kind == Binding::Kind::definition) {
-        existing.also.push_back(binding.definition);
-      } else if (existing.kind == Binding::Kind::value) {
+      if (existing.kind == Binding::Kind::value) {
         existing = binding;
+      } else if (existing.kind != Binding::Kind::instance) {
+        // Defined twice, or imported and defined as a fallback (`try: from x import f`
+        // `except ImportError: def f(): ...`): the name stands for each.
+        existing.also.push_back(binding.definition);
       }
     }
   }
@@ -434,6 +436,10 @@ class ModelBuilder {
       push(field(frame.node, "value"), frame.scope, frame.owner);
     } else if (type == "type") {
       push_children({frame.node, frame.scope, frame.owner, true});
+    } else if (type == "string" && frame.type_mode) {
+      // An annotation written as a string names its classes all the same.
+      for (TypeHint& hint : annotation_hints(frame.node, frame.scope))
+        use(UseKind::type, frame.scope, frame.owner, std::move(hint.chain), line_of(frame.node));
     } else if (type == "case_pattern" || type == "dotted_name" || type == "comment" ||
                type == "string_content" || type == "future_import_statement" ||
                type == "string_start" || type == "string_end" || type == "escape_sequence") {
@@ -674,9 +680,10 @@ class ModelBuilder {
     bind_targets(left, frame.scope, frame.owner, line_of(frame.node), end_line_of(frame.node));
     const TSNode annotation = field(frame.node, "type");
     const TSNode right = field(frame.node, "right");
+    // Both the annotation and the value: `cache: Mapping = LRUCache()` is an LRUCache.
     std::vector<TypeHint> hints;
     if (!ts_node_is_null(annotation)) hints = annotation_hints(annotation, frame.scope);
-    if (hints.empty()) hints = value_hints(right, frame.scope);
+    add_hints(hints, value_hints(right, frame.scope));
     hint_target(frame.scope, left, std::move(hints));
     push(annotation, frame.scope, frame.owner, true);
     push(field(frame.node, "right"), frame.scope, frame.owner);

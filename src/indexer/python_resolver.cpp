@@ -292,6 +292,12 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
         if (std::find(bases.begin(), bases.end(), id) == bases.end()) bases.push_back(id);
       }
       if (!found) open_classes_.insert(cls);
+      // A base from outside the repository that is no builtin (a framework's class) may
+      // call the methods its subclasses define.
+      if (!found && base.kind != Value::Kind::symbols && base.kind != Value::Kind::module &&
+          !(use.chain.size() == 1 && is_python_builtin(use.chain.front()))) {
+        framework_classes_.insert(cls);
+      }
     }
   }
   for (const auto& [cls, bases] : bases_)
@@ -466,9 +472,17 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
       return value;
     }
     case Binding::Kind::module:
-      return module_value(binding.module);
-    case Binding::Kind::imported_name:
-      return resolve_from(binding.module, binding.name);
+    case Binding::Kind::imported_name: {
+      Value value = binding.kind == Binding::Kind::module
+                        ? module_value(binding.module)
+                        : resolve_from(binding.module, binding.name);
+      if (binding.also.empty()) return value;
+      // Imported, with a fallback defined beside the import: the fallback too.
+      if (value.kind != Value::Kind::symbols) value = {Value::Kind::symbols, {}, {}};
+      for (int other : binding.also)
+        value.ids.push_back(symbol_id(file, other));
+      return value;
+    }
     case Binding::Kind::instance:
       return {Value::Kind::instance, {symbol_id(file, binding.definition)}, {}};
     case Binding::Kind::value:
@@ -724,6 +738,7 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use&
 FileLinks PythonResolver::resolve(std::size_t file) const {
   FileLinks links;
   const FileModel& model = files_[file];
+  overridden_outside(file, links);
   for (const Use& use : model.uses) {
     const std::int64_t source = symbol_id(file, use.source);
     const std::string_view kind = edge_kind_of(use.kind);
@@ -795,6 +810,28 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
   }
   resolve_string_uses(*this, files_, file, links);
   return links;
+}
+
+// The public methods of a class with a base from outside the repository, directly or
+// through its bases, may be called by that base (a framework calls the methods its
+// subclasses override): each is guessed at, from the class.
+void PythonResolver::overridden_outside(std::size_t file, FileLinks& links) const {
+  const auto& definitions = files_[file].definitions;
+  for (std::size_t d = 0; d < definitions.size(); ++d) {
+    if (definitions[d].kind != symbol_kind::CLASS) continue;
+    const std::int64_t cls = symbol_id(file, static_cast<int>(d));
+    auto methods = methods_of_.find(cls);
+    if (methods == methods_of_.end()) continue;
+    const auto order = lookup_order({cls});
+    if (std::none_of(order.begin(), order.end(),
+                     [&](std::int64_t c) { return framework_classes_.contains(c); })) {
+      continue;
+    }
+    for (std::int64_t method : methods->second) {
+      links.edges.push_back(
+          {cls, method, edge_kind::REFERENCE, resolution::AMBIGUOUS, definitions[d].start_line});
+    }
+  }
 }
 
 // An instance of a class of the repository handed to code outside it (`jar.extract_cookies(

@@ -110,6 +110,7 @@ class PythonResolver {
   std::size_t file_of(std::int64_t id) const;
   void linearize(std::int64_t cls);
   void handed_outside(std::size_t file, const Use& use, FileLinks& links) const;
+  void overridden_outside(std::size_t file, FileLinks& links) const;
 
   const std::vector<FileModel>& files_;
   std::vector<std::int64_t> first_ids_;
@@ -128,6 +129,8 @@ class PythonResolver {
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> methods_of_;
   // Classes with a base that is no class of the repository (object, dict, an import).
   std::set<std::int64_t> open_classes_;
+  // Classes with a base from outside the repository that is no builtin.
+  std::set<std::int64_t> framework_classes_;
   // Method resolution order of each class with a base in the repository, itself first.
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> mro_;
 };
