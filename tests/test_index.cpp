@@ -165,4 +165,30 @@ std::set<std::string> pending_of(Repository& repo) {
   return names;
 }
 
+void check_binding(const BindingCase& c) {
+  SCOPED_TRACE(c.name);
+  TempTree tree(c.files);
+  tree.index();
+  Repository repo(tree.db());
+  const std::set<EdgeRow> edges = edges_of(repo);
+  const auto show = [](const EdgeRow& e) {
+    return std::get<0>(e) + " -> " + std::get<1>(e) + " " + std::get<2>(e) + " " + std::get<3>(e);
+  };
+  for (const EdgeRow& edge : c.expected)
+    EXPECT_TRUE(edges.contains(edge)) << "missing " << show(edge);
+  for (const EdgeRow& edge : c.absent)
+    EXPECT_FALSE(edges.contains(edge)) << "unexpected " << show(edge);
+  for (const EdgeRow& edge : edges) {
+    for (const auto& [source, target] : c.unrelated) {
+      EXPECT_FALSE(std::get<0>(edge) == source && std::get<1>(edge) == target)
+          << "unexpected " << show(edge);
+    }
+  }
+  std::map<std::string, std::string> listed;
+  for (const UnusedSymbol& symbol : repo.get_dead_code({.limit = 1000}).symbols)
+    listed[symbol.fqn] = std::string(to_string(symbol.confidence));
+  for (const auto& [fqn, verdict] : c.verdicts)
+    EXPECT_EQ(listed.contains(fqn) ? listed[fqn] : "", verdict) << fqn;
+}
+
 }  // namespace quarry::testing

@@ -103,4 +103,19 @@ std::set<EdgeRow> edges_of(Repository& repo);
 // The target names of the index's pending references.
 std::set<std::string> pending_of(Repository& repo);
 
+// A fixture project and what indexing it must give.
+struct BindingCase {
+  std::string name;
+  SourceTree files;
+  std::vector<EdgeRow> expected;
+  std::vector<EdgeRow> absent;
+  // Dead-code verdicts: fqn -> "certain", "likely", or "" for not listed.
+  std::map<std::string, std::string> verdicts;
+  // (source fqn, target fqn) pairs with no edge of any kind between them.
+  std::vector<std::pair<std::string, std::string>> unrelated = {};
+};
+
+// Indexes the case's files and checks its edges and verdicts, naming the case on failure.
+void check_binding(const BindingCase& c);
+
 }  // namespace quarry::testing

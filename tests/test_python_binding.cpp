@@ -17,44 +17,6 @@ using testing::EdgeRow;
 using testing::SourceTree;
 using testing::TempTree;
 
-struct Family {
-  std::string name;
-  SourceTree files;
-  std::vector<EdgeRow> expected;
-  std::vector<EdgeRow> absent;
-  // Dead-code verdicts: fqn -> "certain", "likely" or "" for not reported.
-  std::map<std::string, std::string> verdicts;
-};
-
-std::map<std::string, std::string> verdicts_of(Repository& repo) {
-  std::map<std::string, std::string> verdicts;
-  for (const UnusedSymbol& symbol : repo.get_dead_code({.limit = 1000}).symbols) {
-    verdicts[symbol.fqn] = std::string(to_string(symbol.confidence));
-  }
-  return verdicts;
-}
-
-void check(const Family& family) {
-  SCOPED_TRACE(family.name);
-  TempTree tree(family.files);
-  tree.index();
-  Repository repo(tree.db());
-  const std::set<EdgeRow> edges = testing::edges_of(repo);
-  for (const EdgeRow& edge : family.expected) {
-    EXPECT_TRUE(edges.contains(edge)) << std::get<0>(edge) << " -> " << std::get<1>(edge) << " "
-                                      << std::get<2>(edge) << " " << std::get<3>(edge);
-  }
-  for (const EdgeRow& edge : family.absent) {
-    EXPECT_FALSE(edges.contains(edge)) << "unexpected " << std::get<0>(edge) << " -> "
-                                       << std::get<1>(edge) << " " << std::get<3>(edge);
-  }
-  const auto verdicts = verdicts_of(repo);
-  for (const auto& [fqn, verdict] : family.verdicts) {
-    auto it = verdicts.find(fqn);
-    EXPECT_EQ(it == verdicts.end() ? "" : it->second, verdict) << fqn;
-  }
-}
-
 // Classes that share method names, so that only a known receiver type tells them apart.
 const std::string SHAPES =
     "class Config:\n"
@@ -67,7 +29,7 @@ const std::string SHAPES =
     "    return Parser()\n";
 
 TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
-  const std::vector<Family> families = {
+  const std::vector<testing::BindingCase> families = {
       {"parameter annotations: plain, Optional, union with None, string, imported for typing",
        {{"shapes.py", SHAPES},
         {"use.py",
@@ -160,12 +122,12 @@ TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
        {{"m.Both.go", "m.Right.hook", "call", "exact"}},
        {}},
   };
-  for (const Family& family : families)
-    check(family);
+  for (const auto& family : families)
+    testing::check_binding(family);
 }
 
 TEST(PythonBinding, GuessesModulesAndVerdicts) {
-  const std::vector<Family> families = {
+  const std::vector<testing::BindingCase> families = {
       {"a package that imports its own submodule still leads to it",
        {{"pkg/__init__.py", "from . import util\nfrom .util import helper\n"},
         {"pkg/util.py", "def helper(): pass\ndef through_package(): pass\ndef unused(): pass\n"},
@@ -219,12 +181,12 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
        {},
        {{"shapes.Parser.parse", ""}, {"shapes.Config.get_value", "likely"}}},
   };
-  for (const Family& family : families)
-    check(family);
+  for (const auto& family : families)
+    testing::check_binding(family);
 }
 
 TEST(PythonBinding, CodeOutsideTheRepositoryMayCallWhatItIsGiven) {
-  const std::vector<Family> families = {
+  const std::vector<testing::BindingCase> families = {
       {"a fallback defined beside an import, and a class named in a string annotation",
        {{"m.py",
          "from typing import TYPE_CHECKING\n"
@@ -251,8 +213,8 @@ TEST(PythonBinding, CodeOutsideTheRepositoryMayCallWhatItIsGiven) {
         {"m.Mine.parse_args", "likely"},
         {"m.Plain.run", "certain"}}},
   };
-  for (const Family& family : families)
-    check(family);
+  for (const auto& family : families)
+    testing::check_binding(family);
 }
 
 TEST(PythonBinding, CountsHowCallsOfTheRepositorysNamesWereBound) {

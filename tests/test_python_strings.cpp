@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "test_index.h"
@@ -127,32 +126,8 @@ TEST(PythonStrings, NamesInStringsAreUsesOfWhatTheyName) {
         {"d.Conn.xray", "certain"},
         {"d.Other.on_other", "certain"}}},
   };
-  for (const auto& c : cases) {
-    TempTree tree(c.files);
-    tree.index();
-    Repository repo(tree.db());
-    const auto edges = testing::edges_of(repo);
-    for (const auto& edge : c.expected) {
-      EXPECT_TRUE(edges.contains(edge)) << c.name << ": missing " << std::get<0>(edge) << " -> "
-                                        << std::get<1>(edge) << " " << std::get<3>(edge);
-    }
-    for (const auto& [source, target] : c.absent) {
-      for (const auto& edge : edges) {
-        EXPECT_FALSE(std::get<0>(edge) == source && std::get<1>(edge) == target)
-            << c.name << ": unexpected " << source << " -> " << target << " " << std::get<3>(edge);
-      }
-    }
-    if (c.verdicts.empty()) continue;
-    const auto r = testing::run_cli({"--db", tree.db(), "dead-code", "--json"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    std::map<std::string, std::string> listed;
-    const auto page = nlohmann::json::parse(r.out);
-    for (const auto& s : page["symbols"])
-      listed[s["fqn"]] = s["confidence"];
-    for (const auto& [fqn, verdict] : c.verdicts) {
-      EXPECT_EQ(listed.contains(fqn) ? listed[fqn] : "", verdict) << c.name << ": " << fqn;
-    }
-  }
+  for (const auto& c : cases)
+    testing::check_binding({c.name, c.files, c.expected, {}, c.verdicts, c.absent});
 }
 
 }  // namespace

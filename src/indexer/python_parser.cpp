@@ -8,6 +8,7 @@
 
 #include "indexer/python_grammar.h"
 #include "indexer/python_strings.h"
+#include "indexer/syntax_nodes.h"
 #include "indexer/text.h"
 #include "models/symbol.h"
 
@@ -108,21 +109,6 @@ bool is_builtin_literal(std::string_view type) {
          type == "float" || type == "dictionary" || type == "list" || type == "set" ||
          type == "tuple" || type == "list_comprehension" || type == "set_comprehension" ||
          type == "dictionary_comprehension" || type == "true" || type == "false";
-}
-
-std::string_view type_of(TSNode node) {
-  return ts_node_type(node);
-}
-
-TSNode field(TSNode node, const char* name) {
-  return ts_node_child_by_field_name(node, name, static_cast<std::uint32_t>(std::strlen(name)));
-}
-
-std::int64_t line_of(TSNode node) {
-  return ts_node_start_point(node).row + 1;
-}
-std::int64_t end_line_of(TSNode node) {
-  return ts_node_end_point(node).row + 1;
 }
 
 // Builds the model of one file in a single pass over its syntax tree, with an explicit

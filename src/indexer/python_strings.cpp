@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "indexer/python_resolver.h"
+#include "indexer/syntax_nodes.h"
 #include "indexer/text.h"
 #include "models/edge.h"
 #include "models/symbol.h"
@@ -16,18 +17,6 @@ namespace {
 constexpr std::size_t MAX_PATH_LENGTH = 256;
 // A literal with more elements than this holds data, not a registry entry.
 constexpr std::uint32_t MAX_REGISTRY_ELEMENTS = 16;
-
-std::string_view type_of(TSNode node) {
-  return ts_node_type(node);
-}
-
-TSNode field(TSNode node, const char* name) {
-  return ts_node_child_by_field_name(node, name, static_cast<std::uint32_t>(std::strlen(name)));
-}
-
-std::int64_t line_of(TSNode node) {
-  return ts_node_start_point(node).row + 1;
-}
 
 bool is_name_start(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
