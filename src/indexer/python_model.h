@@ -101,6 +101,11 @@ struct Use {
   std::vector<TypeHint> arguments;
 };
 
+// The longest chain that is followed name by name; a call further down a longer chain is
+// known only by its name (`...x.m()` is a guess at m), so that a chain of n calls costs
+// n steps, not n * n.
+inline constexpr std::size_t MAX_CHAIN_LENGTH = 32;
+
 // The most arguments of one call whose values are recorded.
 inline constexpr std::size_t MAX_ARGUMENT_HINTS = 8;
 

@@ -80,6 +80,8 @@ std::vector<std::string_view> split_outside_brackets(std::string_view text, char
 // "Session", "Optional[db.Session]", "Session | None".
 std::vector<std::string> annotation_text_names(std::string_view annotation) {
   std::vector<std::string> names;
+  // A longer string is text, not an annotation; nested brackets are split level by level.
+  if (annotation.size() > 256) return names;
   std::vector<std::string_view> pending{annotation};
   while (!pending.empty() && names.size() < MAX_TYPE_HINTS) {
     const std::string_view text = trimmed(pending.back());
@@ -332,8 +334,12 @@ class ModelBuilder {
     for (const auto& [length, call] : walk.calls) {
       // A call inside the chain is no frame of its own: strings in it are read here.
       if (!ts_node_eq(call, node)) strings_.visit(call, frame.scope, frame.owner);
-      std::vector<std::string> called(walk.names.begin(),
-                                      walk.names.begin() + static_cast<std::ptrdiff_t>(length));
+      std::vector<std::string> called;
+      if (length <= MAX_CHAIN_LENGTH) {
+        called.assign(walk.names.begin(), walk.names.begin() + static_cast<std::ptrdiff_t>(length));
+      } else {
+        called = {std::string(UNKNOWN_VALUE), walk.names[length - 1]};
+      }
       if (worth_a_use(called)) {
         use(UseKind::call, frame.scope, frame.owner, std::move(called), line_of(call));
         m_.uses.back().arguments = argument_hints(field(call, "arguments"), frame.scope);
@@ -341,7 +347,8 @@ class ModelBuilder {
       push(field(call, "arguments"), frame.scope, frame.owner);
     }
     if (walk.has_base) push(walk.base, frame.scope, frame.owner, frame.type_mode);
-    if (walk.names.back() != CALL_RESULT && walk.names.front() != UNKNOWN_VALUE) {
+    if (walk.names.back() != CALL_RESULT && walk.names.front() != UNKNOWN_VALUE &&
+        walk.names.size() <= MAX_CHAIN_LENGTH) {
       use(kind, frame.scope, frame.owner, std::move(walk.names), line_of(node));
     }
   }
@@ -689,7 +696,10 @@ class ModelBuilder {
         hints.push_back({TypeHint::Kind::name, {std::string(BUILTIN_VALUE)}, scope});
       } else if (type == "call" || type == "identifier" || type == "attribute") {
         ChainWalk walk = walk_chain(node);
-        if (walk.names.front() == UNKNOWN_VALUE || walk.names.front().empty()) continue;
+        if (walk.names.front() == UNKNOWN_VALUE || walk.names.front().empty() ||
+            walk.names.size() > MAX_CHAIN_LENGTH) {
+          continue;
+        }
         if (type == "call") {
           walk.names.pop_back();  // the call's own result is what the hint stands for
           hints.push_back({TypeHint::Kind::call, std::move(walk.names), scope});

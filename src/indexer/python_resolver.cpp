@@ -183,6 +183,14 @@ constexpr std::array<std::string_view, 165> BUILTINS{"ArithmeticError",
 static_assert(std::is_sorted(BUILTINS.begin(), BUILTINS.end()));
 static_assert(!BUILTINS.back().empty());
 
+// How many sets of type hints the binding of one use may read at most. Hints lead to
+// further hints (an attribute's, a function's result), at most INFERENCE_DEPTH deep, but
+// each may hold several chains of several attributes: the budget keeps a use's cost
+// bounded whatever the code.
+constexpr std::size_t MAX_INFERENCE_STEPS = 256;
+// The hint sets read so far for the use being bound (reset by resolve_chain), per thread.
+thread_local std::size_t inference_steps = 0;
+
 // How many re-exports and star imports one name is followed through at most.
 constexpr std::size_t MAX_IMPORT_HOPS = 32;
 
@@ -497,6 +505,7 @@ PythonResolver::Value PythonResolver::value_of_hints(std::size_t file,
                                                      const std::vector<TypeHint>& hints,
                                                      int depth) const {
   if (depth <= 0 || hints.empty()) return {Value::Kind::unknown, {}, {}};
+  if (++inference_steps > MAX_INFERENCE_STEPS) return {Value::Kind::unknown, {}, {}};
   Value instances{Value::Kind::instance, {}, {}};
   Value other{Value::Kind::unknown, {}, {}};
   bool external = false;
@@ -684,6 +693,7 @@ PythonResolver::Value PythonResolver::value_of_chain(std::size_t file, int scope
 
 PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use& use,
                                                     std::string_view& resolution) const {
+  inference_steps = 0;  // a use's own budget; what follows it (handed_outside) shares it
   const FileModel& model = files_[file];
   const std::string& head = use.chain.front();
   Value value;
