@@ -83,6 +83,27 @@ TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
        {{"use.go", "shapes.Config.get_value", "call", "exact"}},
        {},
        {}},
+      {"a parameter is what the repository's calls pass to it",
+       {{"shapes.py", SHAPES},
+        {"use.py",
+         "from shapes import Config, Parser\n"
+         "class Store:\n    def get(self): pass\n"
+         "def apply(cfg, table, *rest, parser=None):\n"
+         "    cfg.get_value()\n"
+         "    table.get('a')\n"
+         "    parser.parse()\n"
+         "class Runner:\n"
+         "    def __init__(self, config):\n"
+         "        config.run()\n"
+         "def go():\n"
+         "    apply(Config(), {}, parser=Parser())\n"
+         "    Runner(Config())\n"}},
+       {{"use.apply", "shapes.Config.get_value", "call", "exact"},
+        {"use.apply", "shapes.Parser.parse", "call", "exact"},
+        {"use.Runner.__init__", "shapes.Config.run", "call", "exact"}},
+       {{"use.apply", "use.Store.get", "call", "ambiguous"},
+        {"use.Runner.__init__", "shapes.Parser.run", "call", "ambiguous"}},
+       {}},
       {"attribute types: assigned in any method, from a parameter, annotated in the class body",
        {{"shapes.py", SHAPES},
         {"use.py",

@@ -47,6 +47,9 @@ struct Binding {
   std::vector<int> also;
   // For a value: where its type can be read from (its annotation, what it is assigned).
   std::vector<TypeHint> hints;
+  // For a parameter (a value whose `definition` is its function and `name` its own): the
+  // arguments of the function's calls tell its type too.
+  bool parameter = false;
 };
 
 // One row of `symbols`, local to its file.
@@ -66,6 +69,9 @@ struct Definition {
   // annotation, or without one what its return statements return.
   std::vector<TypeHint> hints;
   bool returns_annotated = false;
+  // For a function or method: the names of its parameters that an argument can be given
+  // by position, in order (self included).
+  std::vector<std::string> parameters;
   // For a class: the types of the attributes its methods assign (`self.x = ...`) or that
   // its body annotates, by attribute name.
   std::unordered_map<std::string, std::vector<TypeHint>> attributes;
@@ -87,6 +93,16 @@ struct Scope {
 
 enum class UseKind { call, reference, type, decorates, inherits, import };
 
+// An argument of a call: its position among the positional arguments (or -1), or its
+// keyword, and what it is.
+struct Argument {
+  int position = -1;
+  std::string keyword;
+  TypeHint hint;
+
+  bool operator==(const Argument&) const = default;
+};
+
 // A use of a name: the head name looked up in `scope`, then attributes, in `chain`.
 // An empty head stands for super().
 struct Use {
@@ -98,7 +114,7 @@ struct Use {
   // For an import: what it imported (the chain is empty).
   std::optional<Binding> imported;
   // For a call: what its arguments are, as far as a hint tells (names, attributes, calls).
-  std::vector<TypeHint> arguments;
+  std::vector<Argument> arguments;
 };
 
 // The longest chain that is followed name by name; a call further down a longer chain is

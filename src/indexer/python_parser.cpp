@@ -566,8 +566,10 @@ class ModelBuilder {
                         int instance_of) {
     if (ts_node_is_null(parameters)) return;
     bool first = true;
+    bool past_star = false;  // parameters after * or *args are given by keyword only
     for (TSNode parameter : named_children(parameters)) {
       const std::string_view type = type_of(parameter);
+      if (type == "keyword_separator") past_star = true;
       TSNode name = parameter;
       std::vector<TypeHint> hints;
       if (type == "default_parameter" || type == "typed_default_parameter") {
@@ -581,7 +583,10 @@ class ModelBuilder {
         // *args: C and **kwargs: C hold many values of C, not one.
         if (type_of(name) == "identifier") hints = annotation_hints(annotation, outer.scope);
       }
-      if (type_of(name) == "list_splat_pattern" || type_of(name) == "dictionary_splat_pattern") {
+      const bool splat =
+          type_of(name) == "list_splat_pattern" || type_of(name) == "dictionary_splat_pattern";
+      if (type_of(name) == "list_splat_pattern") past_star = true;
+      if (splat) {
         name = ts_node_named_child(name, 0);
         // *args is a tuple and **kwargs a dict, whatever their annotation says of the items.
         hints.assign(1, {TypeHint::Kind::name, {std::string(BUILTIN_VALUE)}, outer.scope});
@@ -591,11 +596,17 @@ class ModelBuilder {
         first = false;
         continue;
       }
+      if (!splat && !past_star) {
+        m_.definitions[static_cast<std::size_t>(function)].parameters.push_back(text(name));
+      }
       if (first && instance_of >= 0) {
         bind(body, text(name), {Binding::Kind::instance, instance_of, {}, {}, {}});
       } else {
         Binding value;
         value.hints = std::move(hints);
+        value.definition = function;
+        value.name = text(name);
+        value.parameter = true;
         bind(body, text(name), std::move(value));
       }
       first = false;
@@ -719,19 +730,35 @@ class ModelBuilder {
     return hints;
   }
 
-  // What the arguments of a call are, as far as hints tell: names, attributes and calls
-  // passed by position or keyword.
-  std::vector<TypeHint> argument_hints(TSNode arguments, int scope) {
-    std::vector<TypeHint> hints;
+  // What the arguments of a call are, as far as hints tell: names, attributes, calls and
+  // literals passed by position or keyword.
+  std::vector<Argument> argument_hints(TSNode arguments, int scope) {
+    std::vector<Argument> hints;
     if (ts_node_is_null(arguments) || type_of(arguments) != "argument_list") return hints;
+    int position = 0;
+    bool positional = true;  // until a * or ** argument, positions are known
     for (TSNode argument : named_children(arguments)) {
       if (hints.size() >= MAX_ARGUMENT_HINTS) break;
-      if (type_of(argument) == "keyword_argument") argument = field(argument, "value");
+      std::string keyword;
+      const std::string_view kind = type_of(argument);
+      if (kind == "list_splat" || kind == "dictionary_splat") {
+        positional = false;
+        continue;
+      }
+      if (kind == "keyword_argument") {
+        keyword = text(field(argument, "name"));
+        argument = field(argument, "value");
+      }
+      const int at = keyword.empty() && positional ? position : -1;
+      if (keyword.empty()) ++position;
       if (ts_node_is_null(argument)) continue;
       const std::string_view type = type_of(argument);
-      if (type != "identifier" && type != "attribute" && type != "call") continue;
+      if (type != "identifier" && type != "attribute" && type != "call" &&
+          !is_builtin_literal(type)) {
+        continue;
+      }
       for (TypeHint& hint : value_hints(argument, scope))
-        hints.push_back(std::move(hint));
+        hints.push_back({at, keyword, std::move(hint)});
     }
     return hints;
   }

@@ -310,6 +310,7 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
   }
   for (const auto& [cls, bases] : bases_)
     linearize(cls);
+  collect_arguments();
 }
 
 // Computes the method resolution order of `cls` and of its bases, bases first, with an
@@ -493,8 +494,11 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
     }
     case Binding::Kind::instance:
       return {Value::Kind::instance, {symbol_id(file, binding.definition)}, {}};
-    case Binding::Kind::value:
-      return value_of_hints(file, binding.hints, depth);
+    case Binding::Kind::value: {
+      Value value = value_of_hints(file, binding.hints, depth);
+      if (value.kind != Value::Kind::unknown || !binding.parameter) return value;
+      return passed_to(symbol_id(file, binding.definition), binding.name, depth);
+    }
   }
   return {Value::Kind::unknown, {}, {}};
 }
@@ -822,6 +826,68 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
   return links;
 }
 
+// What the calls of `function` in the repository pass as its parameter `name`: the
+// instances their arguments are when one is known, outside values when all are.
+PythonResolver::Value PythonResolver::passed_to(std::int64_t function, const std::string& name,
+                                                int depth) const {
+  auto it = passed_.find({function, name});
+  if (it == passed_.end() || depth <= 0) return {Value::Kind::unknown, {}, {}};
+  Value instances{Value::Kind::instance, {}, {}};
+  bool all_outside = true;
+  for (const auto& [file, hint] : it->second) {
+    const Value value = value_of_hints(file, {hint}, depth - 1);
+    if (value.kind == Value::Kind::instance) {
+      instances.ids.insert(instances.ids.end(), value.ids.begin(), value.ids.end());
+    }
+    all_outside &= value.kind == Value::Kind::external;
+  }
+  if (!instances.ids.empty()) return instances;
+  // Every call passes a value from outside the repository (a dict, a string).
+  return {all_outside ? Value::Kind::external : Value::Kind::unknown, {}, {}};
+}
+
+// Records, for the functions and methods that each call with arguments reaches, which
+// argument each of their parameters receives. A method called on an instance receives the
+// instance as its first parameter; a class called is its __init__ called so.
+void PythonResolver::collect_arguments() {
+  for (std::size_t f = 0; f < files_.size(); ++f) {
+    for (const Use& use : files_[f].uses) {
+      if (use.kind != UseKind::call || use.arguments.empty()) continue;
+      std::string_view resolution;
+      const Value value = resolve_chain(f, use, resolution);
+      if (value.kind != Value::Kind::symbols) continue;
+      for (std::int64_t id : value.ids) {
+        std::int64_t callee = id;
+        std::size_t skipped = 0;
+        const Definition* target = &definition(id);
+        if (target->kind == symbol_kind::CLASS) {
+          const Value init = member({id}, "__init__", false);
+          if (init.kind != Value::Kind::symbols || init.ids.size() != 1) continue;
+          callee = init.ids.front();
+          target = &definition(callee);
+          skipped = 1;
+        } else if (target->kind == symbol_kind::METHOD) {
+          const bool is_static =
+              target->signature && target->signature->find("@staticmethod") != std::string::npos;
+          skipped = is_static || use.chain.size() < 2 ? 0 : 1;
+        } else if (target->kind != symbol_kind::FUNCTION) {
+          continue;
+        }
+        for (const Argument& argument : use.arguments) {
+          std::string parameter = argument.keyword;
+          if (parameter.empty()) {
+            const std::size_t at = static_cast<std::size_t>(argument.position) + skipped;
+            if (argument.position < 0 || at >= target->parameters.size()) continue;
+            parameter = target->parameters[at];
+          }
+          auto& hints = passed_[{callee, parameter}];
+          if (hints.size() < MAX_TYPE_HINTS) hints.emplace_back(f, argument.hint);
+        }
+      }
+    }
+  }
+}
+
 // The public methods of a class with a base from outside the repository, directly or
 // through its bases, may be called by that base (a framework calls the methods its
 // subclasses override): each is guessed at, from the class.
@@ -850,8 +916,8 @@ void PythonResolver::overridden_outside(std::size_t file, FileLinks& links) cons
 void PythonResolver::handed_outside(std::size_t file, const Use& use, FileLinks& links) const {
   const std::int64_t source = symbol_id(file, use.source);
   std::vector<std::int64_t> targets;
-  for (const TypeHint& hint : use.arguments) {
-    const Value value = value_of_hints(file, {hint}, INFERENCE_DEPTH);
+  for (const Argument& argument : use.arguments) {
+    const Value value = value_of_hints(file, {argument.hint}, INFERENCE_DEPTH);
     if (value.kind != Value::Kind::instance) continue;
     for (std::int64_t cls : lookup_order(value.ids)) {
       auto methods = methods_of_.find(cls);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -111,6 +112,8 @@ class PythonResolver {
   void linearize(std::int64_t cls);
   void handed_outside(std::size_t file, const Use& use, FileLinks& links) const;
   void overridden_outside(std::size_t file, FileLinks& links) const;
+  void collect_arguments();
+  Value passed_to(std::int64_t function, const std::string& name, int depth) const;
 
   const std::vector<FileModel>& files_;
   std::vector<std::int64_t> first_ids_;
@@ -129,6 +132,9 @@ class PythonResolver {
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> methods_of_;
   // Classes with a base that is no class of the repository (object, dict, an import).
   std::set<std::int64_t> open_classes_;
+  // What the calls of a function pass as each of its parameters: (file, hint) pairs.
+  std::map<std::pair<std::int64_t, std::string>, std::vector<std::pair<std::size_t, TypeHint>>>
+      passed_;
   // Classes with a base from outside the repository that is no builtin.
   std::set<std::int64_t> framework_classes_;
   // Method resolution order of each class with a base in the repository, itself first.
