@@ -10,6 +10,7 @@
 
 #include "indexer/python_parser.h"
 #include "indexer/source_files.h"
+#include "indexer/text.h"
 #include "models/symbol.h"
 
 namespace quarry::indexer {
@@ -37,22 +38,11 @@ void for_each_line(std::string_view text, Each&& each) {
   }
 }
 
-bool is_identifier(std::string_view part) {
-  if (part.empty() || (part.front() >= '0' && part.front() <= '9')) return false;
-  for (const char c : part) {
-    const auto u = static_cast<unsigned char>(c);
-    const bool word = (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || (u >= '0' && u <= '9') ||
-                      u == '_' || u >= 0x80;
-    if (!word) return false;
-  }
-  return true;
-}
-
 std::vector<std::string> split_dotted_name(std::string_view name) {
   std::vector<std::string> parts;
   for (;;) {
     const std::size_t dot = name.find('.');
-    if (!is_identifier(name.substr(0, dot))) return {};
+    if (!is_python_identifier(name.substr(0, dot))) return {};
     parts.emplace_back(name.substr(0, dot));
     if (dot == std::string_view::npos) return parts;
     name.remove_prefix(dot + 1);

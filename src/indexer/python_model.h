@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "models/symbol.h"
+
 namespace quarry::indexer {
 
 // Where the type of a value can be read from. Chains are looked up in `scope` of the file
@@ -190,6 +192,16 @@ inline constexpr std::string_view BUILTIN_VALUE = "!";
 // A chain element for the value that calling the chain before it returns: `f().m()` is
 // {f, "()", m}.
 inline constexpr std::string_view CALL_RESULT = "()";
+
+// Whether a definition of this kind can be called: a function, a method or a class.
+inline bool is_callable_kind(std::string_view kind) {
+  return kind == symbol_kind::FUNCTION || kind == symbol_kind::METHOD || kind == symbol_kind::CLASS;
+}
+
+// Whether `name` is a special name ("__iter__"), one that the runtime looks up itself.
+inline bool is_special_name(std::string_view name) {
+  return name.size() > 4 && name.starts_with("__") && name.ends_with("__");
+}
 
 inline constexpr int MODULE_DEFINITION = 0;
 inline constexpr int TOPLEVEL_DEFINITION = 1;

@@ -31,14 +31,6 @@ bool is_constant_name(std::string_view name) {
   return letter;
 }
 
-bool is_identifier(std::string_view name) {
-  if (name.empty() || (name.front() >= '0' && name.front() <= '9')) return false;
-  return std::all_of(name.begin(), name.end(), [](char c) {
-    return c == '_' || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           static_cast<unsigned char>(c) >= 0x80;
-  });
-}
-
 // The last name of a dotted name: "Optional" of "typing.Optional".
 std::string_view last_name(std::string_view dotted) {
   const std::size_t dot = dotted.rfind('.');
@@ -828,7 +820,7 @@ class ModelBuilder {
     }
     chain.push_back(std::move(name));
     for (const std::string& part : chain) {
-      if (!is_identifier(part)) return;
+      if (!is_python_identifier(part)) return;
     }
     if (chain.size() == 1 && chain.front() == "None") return;
     if (hints.size() < MAX_TYPE_HINTS) hints.push_back({TypeHint::Kind::annotation, chain, scope});

@@ -212,10 +212,6 @@ std::string_view edge_kind_of(UseKind kind) {
   return edge_kind::REFERENCE;
 }
 
-bool is_callable_kind(std::string_view kind) {
-  return kind == symbol_kind::FUNCTION || kind == symbol_kind::METHOD || kind == symbol_kind::CLASS;
-}
-
 }  // namespace
 
 bool is_python_builtin(std::string_view name) {
@@ -247,7 +243,6 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
       where_.emplace_back(static_cast<std::uint32_t>(f), static_cast<std::uint32_t>(d));
       by_fqn_[definitions[d].fqn].push_back(next);
       if (is_callable_kind(definitions[d].kind)) {
-        callable_names_.insert(definitions[d].name);
         callables_by_name_[definitions[d].name].push_back(next);
       }
       ++next;
@@ -604,8 +599,7 @@ PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& cl
   if (!found.empty()) return {Value::Kind::symbols, std::move(found), {}};
   // Not a member of these classes: one of a base outside the repository (dict.get), if
   // they have such a base, or one that every object has (__dict__, __class__).
-  const bool dunder = name.size() > 4 && name.starts_with("__") && name.ends_with("__");
-  return {open || dunder ? Value::Kind::external : Value::Kind::unknown, {}, {}};
+  return {open || is_special_name(name) ? Value::Kind::external : Value::Kind::unknown, {}, {}};
 }
 
 // The attribute `name` of instances of `classes`: a member of their classes, else what the
@@ -808,7 +802,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
         !(use.chain.size() == 1 && is_python_builtin(use.chain.front()))) {
       handed_outside(file, use, links);
     }
-    if (use.kind == UseKind::call && callable_names_.contains(use.chain.back())) {
+    if (use.kind == UseKind::call && callables_by_name_.contains(use.chain.back())) {
       const bool made_edges = links.edges.size() > edges_before;
       if (value.kind == Value::Kind::symbols && made_edges) {
         ++links.calls.in_repository;

@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -124,9 +123,8 @@ class PythonResolver {
   // Methods and nested classes by name, and methods alone, each sorted by fqn.
   std::unordered_map<std::string, std::vector<std::int64_t>> members_by_name_;
   std::unordered_map<std::string, std::vector<std::int64_t>> methods_by_name_;
-  // The repository's functions, methods and classes by name, sorted by fqn, and their names.
+  // The repository's functions, methods and classes by name, sorted by fqn.
   std::unordered_map<std::string, std::vector<std::int64_t>> callables_by_name_;
-  std::unordered_set<std::string> callable_names_;
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> bases_;
   // The public methods (no leading underscore) each class defines.
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> methods_of_;

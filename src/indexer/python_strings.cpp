@@ -26,10 +26,6 @@ bool is_name_char(char c) {
   return is_name_start(c) || (c >= '0' && c <= '9');
 }
 
-bool is_callable_kind(std::string_view kind) {
-  return kind == symbol_kind::FUNCTION || kind == symbol_kind::METHOD || kind == symbol_kind::CLASS;
-}
-
 std::string scope_key(int scope, std::string_view name) {
   std::string key = std::to_string(scope);
   key += ':';
@@ -45,12 +41,6 @@ std::optional<std::string> dispatch_prefix(std::string_view text) {
     return std::nullopt;
   }
   return std::string(text);
-}
-
-// A special name ("__iter__"): looking it up tests a protocol; guessing who defines it
-// tells nothing.
-bool is_special(std::string_view name) {
-  return name.size() > 4 && name.starts_with("__") && name.ends_with("__");
 }
 
 }  // namespace
@@ -531,7 +521,7 @@ class StringBinder {
         !owners.empty() && std::all_of(owners.begin(), owners.end(), [&](std::int64_t id) {
           return definition(id).kind == symbol_kind::MODULE;
         });
-    if (is_special(name) || (modules_complete && all_modules)) return;
+    if (is_special_name(name) || (modules_complete && all_modules)) return;
     const auto& namesakes = r_.callables_named(name);
     const std::size_t count = std::min(MAX_GUESSES, namesakes.size());
     for (std::size_t i = 0; i < count; ++i)

@@ -233,4 +233,13 @@ std::string collapse_whitespace(std::string_view text) {
   return out;
 }
 
+bool is_python_identifier(std::string_view name) {
+  if (name.empty() || (name.front() >= '0' && name.front() <= '9')) return false;
+  return std::all_of(name.begin(), name.end(), [](char c) {
+    const auto u = static_cast<unsigned char>(c);
+    return u == '_' || (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z') || (u >= '0' && u <= '9') ||
+           u >= 0x80;
+  });
+}
+
 }  // namespace quarry::indexer

@@ -15,6 +15,10 @@ std::string valid_utf8(std::string_view text);
 // `text` with every run of white space (newlines included) made one blank, and trimmed.
 std::string collapse_whitespace(std::string_view text);
 
+// Whether `name` is a Python identifier: letters, digits and "_", not starting with a digit;
+// any non-ASCII byte counts as a letter.
+bool is_python_identifier(std::string_view name);
+
 // The text of a Python source file, and what stood in the way of reading it.
 struct DecodedSource {
   std::string text;
