@@ -83,6 +83,23 @@ TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
        {{"use.go", "shapes.Config.get_value", "call", "exact"}},
        {},
        {}},
+      {"type[C] is the class itself; a function returning outside values returns them",
+       {{"shapes.py", SHAPES},
+        {"use.py",
+         "import json\n"
+         "from typing import Type\n"
+         "from shapes import Config\n"
+         "def kind() -> Type[Config]:\n"
+         "    return Config\n"
+         "def load():\n"
+         "    return json.loads('')\n"
+         "def go():\n"
+         "    kind()().run()\n"
+         "    load().get_value()\n"}},
+       {{"use.go", "shapes.Config.run", "call", "exact"}},
+       {{"use.go", "shapes.Parser.run", "call", "ambiguous"},
+        {"use.go", "shapes.Config.get_value", "call", "ambiguous"}},
+       {}},
       {"a parameter is what the repository's calls pass to it",
        {{"shapes.py", SHAPES},
         {"use.py",

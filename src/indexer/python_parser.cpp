@@ -757,31 +757,34 @@ class ModelBuilder {
 
   // The classes an annotation names: `C`, `mod.C`, `Optional[C]`, `C | None`,
   // `Union[C, D]`, `Annotated[C, ...]`, `ClassVar[C]`, `Final[C]` and the same written as
-  // a string.
+  // a string; `type[C]` (`Type[C]`) names the class C itself rather than its instances.
   std::vector<TypeHint> annotation_hints(TSNode annotation, int scope) {
     std::vector<TypeHint> hints;
-    std::vector<TSNode> pending{annotation};
+    // Each node with whether it stands for a class itself (inside `type[...]`).
+    std::vector<std::pair<TSNode, bool>> pending{{annotation, false}};
     while (!pending.empty() && hints.size() < MAX_TYPE_HINTS) {
-      const TSNode node = pending.back();
+      const auto [node, itself] = pending.back();
       pending.pop_back();
       if (ts_node_is_null(node)) continue;
+      const TypeHint::Kind kind = itself ? TypeHint::Kind::name : TypeHint::Kind::annotation;
       const std::string_view type = type_of(node);
       if (type == "identifier" || type == "attribute" || type == "member_type") {
-        add_annotation(hints, raw_text(node), scope);
+        add_annotation(hints, raw_text(node), scope, kind);
       } else if (type == "string") {
         std::string content;
         for (TSNode part : named_children(node)) {
           if (type_of(part) == "string_content") content += raw_text(part);
         }
         for (const std::string& named : annotation_text_names(content))
-          add_annotation(hints, named, scope);
+          add_annotation(hints, named, scope, kind);
       } else if (type == "generic_type" || type == "subscript") {
         const std::vector<TSNode> children = named_children(node);
         if (children.empty()) continue;
         const std::string_view wrapper = last_name(raw_text(children.front()));
-        if (!is_type_wrapper(wrapper)) {
+        const bool class_itself = !itself && (wrapper == "type" || wrapper == "Type");
+        if (!class_itself && !is_type_wrapper(wrapper)) {
           // A generic class: `list[Item]` is a list, `Registry[Item]` a Registry.
-          pending.push_back(children.front());
+          pending.emplace_back(children.front(), itself);
           continue;
         }
         std::vector<TSNode> arguments;
@@ -793,21 +796,23 @@ class ModelBuilder {
             arguments.push_back(children[i]);
           }
         }
-        if (wrapper == "Annotated" && arguments.size() > 1) arguments.resize(1);
+        if ((wrapper == "Annotated" || class_itself) && arguments.size() > 1) arguments.resize(1);
         for (auto it = arguments.rbegin(); it != arguments.rend(); ++it)
-          pending.push_back(*it);
+          pending.emplace_back(*it, itself || class_itself);
       } else if (type == "type" || type == "union_type" || type == "binary_operator" ||
                  type == "parenthesized_expression") {
         const std::vector<TSNode> children = named_children(node);
         for (auto it = children.rbegin(); it != children.rend(); ++it)
-          pending.push_back(*it);
+          pending.emplace_back(*it, itself);
       }
     }
     return hints;
   }
 
-  // Adds the hint that the dotted name `dotted` (spaces around dots allowed) is a class.
-  static void add_annotation(std::vector<TypeHint>& hints, std::string_view dotted, int scope) {
+  // Adds the hint that the dotted name `dotted` (spaces around dots allowed) is a class:
+  // of its instances as an `annotation`, of the class itself as a `name`.
+  static void add_annotation(std::vector<TypeHint>& hints, std::string_view dotted, int scope,
+                             TypeHint::Kind kind) {
     std::vector<std::string> chain;
     std::string name;
     for (char c : dotted) {
@@ -823,7 +828,7 @@ class ModelBuilder {
       if (!is_python_identifier(part)) return;
     }
     if (chain.size() == 1 && chain.front() == "None") return;
-    if (hints.size() < MAX_TYPE_HINTS) hints.push_back({TypeHint::Kind::annotation, chain, scope});
+    if (hints.size() < MAX_TYPE_HINTS) hints.push_back({kind, chain, scope});
   }
 
   // Records `hints` for the value that `target` names in `scope`: a name bound there, or an

@@ -542,23 +542,30 @@ PythonResolver::Value PythonResolver::instance_of(const Value& value) const {
 }
 
 // What calling `value` returns: an instance of a class it names, or what the return
-// annotations of the functions it names say.
+// annotations (or return statements) of the functions it names say; from outside the
+// repository when those only return values from outside it.
 PythonResolver::Value PythonResolver::call_result(const Value& value, int depth) const {
   // What something from outside the repository returns is from outside it too.
   if (value.kind == Value::Kind::external) return value;
   if (value.kind != Value::Kind::symbols) return {Value::Kind::unknown, {}, {}};
   Value instances = instance_of(value);
   if (instances.kind != Value::Kind::instance) instances = {Value::Kind::instance, {}, {}};
+  Value other{Value::Kind::unknown, {}, {}};  // a class, function or module returned
+  bool outside = false;
   for (std::int64_t id : value.ids) {
     const Definition& callee = definition(id);
     if (callee.kind != symbol_kind::FUNCTION && callee.kind != symbol_kind::METHOD) continue;
-    const Value returned = value_of_hints(file_of(id), callee.hints, depth);
+    Value returned = value_of_hints(file_of(id), callee.hints, depth);
     if (returned.kind == Value::Kind::instance) {
       instances.ids.insert(instances.ids.end(), returned.ids.begin(), returned.ids.end());
+    } else if (returned.kind == Value::Kind::symbols || returned.kind == Value::Kind::module) {
+      if (other.kind == Value::Kind::unknown) other = std::move(returned);
     }
+    outside |= returned.kind == Value::Kind::external;
   }
-  if (instances.ids.empty()) return {Value::Kind::unknown, {}, {}};
-  return instances;
+  if (!instances.ids.empty()) return instances;
+  if (other.kind != Value::Kind::unknown) return other;
+  return {outside ? Value::Kind::external : Value::Kind::unknown, {}, {}};
 }
 
 // The classes of `classes` and their bases in method resolution order, each once.

@@ -59,7 +59,7 @@ class PythonResolver {
 
   // How many type hints one binding is followed through at most: `x = a.b()` with b
   // annotated, a.b's value held in an attribute, and so on.
-  static constexpr int INFERENCE_DEPTH = 4;
+  static constexpr int INFERENCE_DEPTH = 8;
 
   // Lookups for names that code gives as strings (python_strings.cpp). All are safe to
   // call from several threads.
