@@ -3,7 +3,7 @@
 set -euo pipefail
 
 PACKAGES=(g++ cmake ninja-build pkg-config git libsqlite3-dev libgtest-dev libbenchmark-dev
-  libcli11-dev nlohmann-json3-dev libfmt-dev libtree-sitter-dev graphviz libboost-graph-dev
+  libcli11-dev nlohmann-json3-dev libtree-sitter-dev graphviz libboost-graph-dev
   libtomlplusplus-dev)
 
 missing=()

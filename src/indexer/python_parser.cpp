@@ -796,7 +796,11 @@ class ModelBuilder {
             arguments.push_back(children[i]);
           }
         }
-        if ((wrapper == "Annotated" || class_itself) && arguments.size() > 1) arguments.resize(1);
+        // Annotated[C, ...] and type[C] keep their first argument (erase, not resize: GCC 12
+        // at -O3 warns falsely about resize's growing path).
+        if ((wrapper == "Annotated" || class_itself) && arguments.size() > 1) {
+          arguments.erase(arguments.begin() + 1, arguments.end());
+        }
         for (auto it = arguments.rbegin(); it != arguments.rend(); ++it)
           pending.emplace_back(*it, itself || class_itself);
       } else if (type == "type" || type == "union_type" || type == "binary_operator" ||

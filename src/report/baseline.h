@@ -1,0 +1,97 @@
+// Baselines: the findings a project has accepted, so that a CI gate fails only on new ones.
+//
+// A baseline file is one JSON document, sorted so that it diffs well when committed:
+//
+//   {"version": 1,
+//    "dead_code": [{"fqn": "pkg.mod.f", "kind": "function"}, ...],
+//    "cycles": [{"type": "component", "members": ["a", "b"]}, ...]}
+//
+// A dead-code finding is known by its fully qualified name and kind, a cycle by its level
+// and its sorted members, so a finding keeps its identity when lines move above it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "storage/repository_quality.h"
+
+namespace quarry::report {
+
+// A baseline file that cannot be read or does not hold a baseline: a malformed argument.
+class BaselineError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+inline constexpr std::int64_t BASELINE_VERSION = 1;
+
+// The identity of an accepted dead-code finding.
+struct BaselineSymbol {
+  std::string fqn;
+  std::string kind;
+
+  auto operator<=>(const BaselineSymbol&) const = default;
+};
+
+// The identity of an accepted cycle: its level ("component" or "file") and its members,
+// sorted.
+struct BaselineCycle {
+  std::string type;
+  std::vector<std::string> members;
+
+  auto operator<=>(const BaselineCycle&) const = default;
+};
+
+struct Baseline {
+  std::set<BaselineSymbol> dead_code;
+  std::set<BaselineCycle> cycles;
+
+  bool operator==(const Baseline&) const = default;
+};
+
+// The identities of `symbols` and `cycles`.
+Baseline make_baseline(const std::vector<UnusedSymbol>& symbols,
+                       const std::vector<CycleComponent>& cycles);
+
+// Reads the baseline file `path`. Throws BaselineError naming the file when it cannot be
+// read, is not JSON, or does not have the shape above (an entry without its keys, a
+// version this program does not know).
+Baseline read_baseline(const std::filesystem::path& path);
+
+// Writes `baseline` to `path` atomically (a temporary file beside it, then renamed),
+// creating its directory when missing. Throws std::runtime_error naming the file on
+// failure; the previous file is then left as it was.
+void write_baseline(const std::filesystem::path& path, const Baseline& baseline);
+
+// What is left of a list of findings after ignores and a baseline.
+template <typename Finding>
+struct Filtered {
+  std::vector<Finding> kept;
+  std::int64_t hidden = 0;  // findings that the baseline holds
+  std::int64_t stale = 0;   // baseline entries (of the kinds looked at) that no longer occur
+
+  bool operator==(const Filtered&) const = default;
+};
+
+// `symbols` without those whose fqn `ignored` holds for and, when `baseline` is given,
+// without those it holds. Order is kept. `stale` counts the baseline's dead-code entries
+// that match no finding of `symbols` (ignored or not).
+Filtered<UnusedSymbol> filter_dead_code(std::vector<UnusedSymbol> symbols,
+                                        const Baseline* baseline,
+                                        const std::function<bool(const std::string&)>& ignored);
+
+// `cycles` (all of level `type`) without those `baseline` holds; `stale` counts the
+// baseline's cycles of that level that no longer occur.
+Filtered<CycleComponent> filter_cycles(std::vector<CycleComponent> cycles, const std::string& type,
+                                       const Baseline* baseline);
+
+// The findings that make `--fail-on` fail: "certain" certain dead code, "likely" likely
+// dead code, "any" every finding. Throws std::invalid_argument for another `fail_on`.
+std::int64_t failing_dead_code(const std::vector<UnusedSymbol>& symbols, const std::string& fail_on);
+
+}  // namespace quarry::report
