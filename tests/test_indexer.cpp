@@ -215,7 +215,7 @@ TEST(Indexer, EntryPointsOfPackagingFilesAreExports) {
        {{"pyproject.toml", "[project.scripts]\nt = \"app.cli:go\n"}, {"app/cli.py", cli}},
        {},
        {"app.cli.go"},
-       "pyproject.toml: line 2: "},
+       "pyproject.toml:2: "},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -418,11 +418,13 @@ TEST(Indexer, ReadsCurrentSyntaxInTheDeclaredEncoding) {
   }
 }
 
-// The files beside the index that are not the index itself: temporary and lock files.
+// The files beside the index that are not the index itself or its .gitignore: temporary
+// and lock files.
 std::vector<std::string> leftovers(const TempTree& tree) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(fs::path(tree.db()).parent_path())) {
-    if (entry.path().filename() != "index.db") names.push_back(entry.path().filename().string());
+    const std::string name = entry.path().filename().string();
+    if (name != "index.db" && name != ".gitignore") names.push_back(name);
   }
   return names;
 }

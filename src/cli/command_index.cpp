@@ -1,6 +1,7 @@
 // quarry index [DIR]
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <chrono>
@@ -8,24 +9,73 @@
 #include <cstdint>
 #include <iomanip>
 #include <iostream>
+#include <memory>
 #include <ostream>
+#include <string_view>
 
 #include "cli/command.h"
 #include "cli/output.h"
 #include "indexer/indexer.h"
 
+#ifndef QUARRY_VERSION
+#define QUARRY_VERSION "0.0.0"
+#endif
+
 namespace quarry::cli {
 
 namespace {
 
-// "[#######.......]  120/300 files  415 files/s" on one line of stderr, redrawn in place.
-void draw_progress(std::size_t done, std::size_t total, double seconds) {
-  constexpr std::size_t WIDTH = 30;
-  const std::size_t filled = total == 0 ? WIDTH : done * WIDTH / total;
-  const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0.0;
-  std::cerr << "\r[" << std::string(filled, '#') << std::string(WIDTH - filled, '.') << "]  "
-            << done << "/" << total << " files  " << std::lround(rate) << " files/s" << std::flush;
-}
+// One line on stderr, redrawn in place, for the phase under way: "listing files  1200 files",
+// then "parsing        [#######.......]  120/300 files  415 files/s" and so on. Drawn on a
+// change of phase, at its end, and otherwise at most ten times a second; cleared when the
+// run ends, however it ends.
+class ProgressLine {
+ public:
+  ProgressLine() = default;
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+  ~ProgressLine() { clear(); }
+
+  void update(std::string_view phase, std::size_t done, std::size_t total) {
+    const auto now = std::chrono::steady_clock::now();
+    const bool new_phase = phase != phase_;
+    if (new_phase) {
+      phase_ = phase;
+      phase_started_ = now;
+    } else if (done != total && now - drawn_at_ < std::chrono::milliseconds(100)) {
+      return;
+    }
+    drawn_at_ = now;
+    draw(done, total, std::chrono::duration<double>(now - phase_started_).count());
+  }
+
+  void clear() {
+    if (phase_.empty()) return;
+    std::cerr << "\r\x1b[K" << std::flush;
+    phase_.clear();
+  }
+
+ private:
+  void draw(std::size_t done, std::size_t total, double seconds) const {
+    constexpr std::size_t WIDTH = 30;
+    std::cerr << "\r" << std::left << std::setw(15) << phase_ << std::right;
+    if (phase_ == indexer::PHASE_LISTING) {
+      std::cerr << done << " files";
+    } else {
+      const std::size_t filled = total == 0 ? WIDTH : std::min(done, total) * WIDTH / total;
+      const double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0.0;
+      std::cerr << "[" << std::string(filled, '#') << std::string(WIDTH - filled, '.') << "]  "
+                << done << "/" << total;
+      if (phase_ == indexer::PHASE_PARSING) {
+        std::cerr << " files  " << std::lround(rate) << " files/s";
+      }
+    }
+    std::cerr << "\x1b[K" << std::flush;
+  }
+
+  std::string phase_;
+  std::chrono::steady_clock::time_point phase_started_, drawn_at_;
+};
 
 // A size in bytes: decimal digits, optionally followed by K, M or G (powers of 1024).
 std::uintmax_t parse_size(std::string_view option, const std::string& text) {
@@ -79,17 +129,16 @@ void add_index_command(CLI::App& app, Context& context) {
           context.db_given
               ? context.db_path
               : (std::filesystem::path(*dir) / ".quarry" / "index.db").lexically_normal().string();
-      const auto started = std::chrono::steady_clock::now();
-      const bool terminal = isatty(STDERR_FILENO) != 0;
-      if (terminal) {
-        options.progress = [started](std::size_t done, std::size_t total) {
-          draw_progress(
-              done, total,
-              std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count());
+      options.quarry_version = QUARRY_VERSION;
+      // Cleared also when the run fails, before the error is printed.
+      auto progress = std::make_shared<ProgressLine>();
+      if (isatty(STDERR_FILENO) != 0) {
+        options.progress = [progress](std::string_view phase, std::size_t done, std::size_t total) {
+          progress->update(phase, done, total);
         };
       }
       const auto summary = indexer::build_index(options);
-      if (terminal) std::cerr << "\r\x1b[K" << std::flush;
+      progress->clear();
       for (const std::string& warning : summary.warnings) {
         std::cerr << "quarry: warning: " << printable(warning) << '\n';
       }

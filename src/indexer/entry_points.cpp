@@ -73,8 +73,8 @@ void read_pyproject(std::string_view path, std::string_view text, std::vector<En
   try {
     document = toml::parse(text, path);
   } catch (const toml::parse_error& error) {
-    warnings.push_back(std::string(path) + ": line " + std::to_string(error.source().begin.line) +
-                       ": " + std::string(error.description()));
+    warnings.push_back(std::string(path) + ":" + std::to_string(error.source().begin.line) + ": " +
+                       std::string(error.description()));
     return;
   }
   const auto add = [&](const std::optional<std::string>& value) {

@@ -29,7 +29,7 @@ struct EntryPoint {
 // setup.cfg: the groups of [options.entry_points]; in setup.py: every line of a string
 // literal of the form `name = module:attr`. Values that name only a module, or that are not
 // dotted Python names, are left out. A pyproject.toml that does not parse declares none and
-// adds the warning "PATH: line N: MESSAGE" to `warnings`. Never throws for bad input.
+// adds the warning "PATH:N: MESSAGE" to `warnings`. Never throws for bad input.
 std::vector<EntryPoint> read_entry_points(std::string_view path, std::string_view text,
                                           std::vector<std::string>& warnings);
 

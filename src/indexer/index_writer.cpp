@@ -13,9 +13,13 @@ Value optional_text(const std::optional<std::string>& text) {
   return text ? Value(*text) : Value();
 }
 
+// Reports every STEP_BATCH steps: often enough for a progress line, rarely enough to cost
+// nothing.
+constexpr std::size_t STEP_BATCH = 256;
+
 void fill(Database& db, const std::vector<ListedFile>& files, const std::vector<FileModel>& models,
-          const PythonResolver& resolver, const std::vector<FileLinks>& links,
-          WriteCounts& counts) {
+          const PythonResolver& resolver, const std::vector<FileLinks>& links, WriteCounts& counts,
+          const std::function<void(std::size_t)>& step_done) {
   // Components: one per directory holding Python files, numbered in name order.
   std::map<std::string, std::int64_t> components;
   for (const ListedFile& file : files) {
@@ -30,6 +34,7 @@ void fill(Database& db, const std::vector<ListedFile>& files, const std::vector<
   std::int64_t file_id = 0;
   for (const ListedFile& file : files) {
     ++file_id;
+    step_done(1);
     Params row{file_id, file.path, file.language, Value()};
     if (file.model >= 0) row[3] = components.at(component_of(file.path));
     db.fetchall("INSERT INTO files (id, path, language, component_id) VALUES (?, ?, ?, ?)", row);
@@ -48,6 +53,7 @@ void fill(Database& db, const std::vector<ListedFile>& files, const std::vector<
     }
   }
   for (const FileLinks& file_links : links) {
+    step_done(1);
     for (const ResolvedEdge& edge : file_links.edges) {
       db.fetchall(
           "INSERT INTO edges (source_id, target_id, kind, resolution, line) VALUES (?, ?, ?, ?, ?)",
@@ -67,14 +73,24 @@ void fill(Database& db, const std::vector<ListedFile>& files, const std::vector<
 
 WriteCounts write_index(const std::string& path, const std::vector<ListedFile>& files,
                         const std::vector<FileModel>& models, const PythonResolver& resolver,
-                        const std::vector<FileLinks>& links) {
+                        const std::vector<FileLinks>& links, const IndexMeta& meta,
+                        const std::function<void(std::size_t done, std::size_t total)>& progress) {
+  const std::size_t total = files.size() + links.size() + 1;
+  std::size_t done = 0;
+  const auto step_done = [&](std::size_t steps) {
+    done += steps;
+    if (progress && (done % STEP_BATCH == 0 || done == total)) progress(done, total);
+  };
+  if (progress) progress(0, total);
   WriteCounts counts;
   Database db = create_index(path, false);
   // The file is renamed into place only when complete; it needs no journal.
   db.execute("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; BEGIN");
-  fill(db, files, models, resolver, links, counts);
+  write_index_meta(db, meta);
+  fill(db, files, models, resolver, links, counts, step_done);
   db.execute(INDEX_LOOKUPS_SQL);
   db.execute("COMMIT; ANALYZE;");
+  step_done(1);
   return counts;
 }
 

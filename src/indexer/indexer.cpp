@@ -1,9 +1,17 @@
 #include "indexer/indexer.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <ctime>
 #include <exception>
 #include <mutex>
+#include <new>
+#include <stdexcept>
 #include <thread>
 
 #include "indexer/entry_points.h"
@@ -13,10 +21,34 @@
 #include "indexer/python_resolver.h"
 #include "indexer/source_files.h"
 #include "indexer/text.h"
+#include "storage/index_meta.h"
+#include "utils/git_head.h"
 
 namespace quarry::indexer {
 
+std::function<void(std::string_view phase, const std::string& path)> worker_fault_for_tests;
+
 namespace {
+
+namespace fs = std::filesystem;
+
+// Runs a worker's `work` on the file at `path`; what it throws is rethrown naming the file,
+// as a runtime error or as a fault of quarry's own (a logic error), whichever it was.
+template <typename Work>
+void on_file(std::string_view phase, const std::string& path, Work&& work) {
+  try {
+    if (worker_fault_for_tests) worker_fault_for_tests(phase, path);
+    work();
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(path + ": cannot be indexed: " + error.what());
+  } catch (const std::exception& error) {
+    throw std::logic_error(path + ": cannot be indexed: " + error.what());
+  } catch (...) {
+    throw std::logic_error(path + ": cannot be indexed: unknown exception");
+  }
+}
 
 // Runs `work(worker, i)` for i in [0, count) on `threads` threads (worker 0 .. threads - 1
 // says which thread), calling `progress(done)` on the calling thread about ten times a
@@ -63,7 +95,6 @@ void run_parallel(std::size_t count, unsigned threads, Work&& work,
 // (its lock, temporary and journal files), `.quarry/`, and any other directory of the tree
 // that holds the index, which is named in a warning when it held anything else.
 SourceListing list_files_but_the_index(const IndexOptions& options) {
-  namespace fs = std::filesystem;
   SourceListing listing = list_source_files(options.root, {".quarry"});
   std::error_code ec;
   const fs::path relative = fs::weakly_canonical(fs::absolute(options.db_path), ec)
@@ -85,16 +116,69 @@ SourceListing list_files_but_the_index(const IndexOptions& options) {
   return listing;
 }
 
+// The current time, UTC, as "2024-05-01T12:34:56Z".
+std::string utc_now() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  char text[32];
+  if (gmtime_r(&now, &parts) == nullptr ||
+      std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0) {
+    return {};
+  }
+  return text;
+}
+
+IndexMeta meta_of(const IndexOptions& options) {
+  IndexMeta meta;
+  fs::path root = fs::absolute(options.root).lexically_normal();
+  if (!root.has_filename() && root != root.root_path()) root = root.parent_path();
+  meta.root = root.string();
+  if (!options.quarry_version.empty()) meta.quarry_version = options.quarry_version;
+  meta.schema_version = INDEX_SCHEMA_VERSION;
+  meta.git_commit = git_head_commit(root);
+  if (std::string now = utc_now(); !now.empty()) meta.indexed_at = std::move(now);
+  return meta;
+}
+
+// Beside an index in a `.quarry` directory, a `.gitignore` that ignores everything there,
+// unless the directory has one already. Says in `warnings` when it cannot be written.
+void ignore_index_dir(const std::string& db_path, std::vector<std::string>& warnings) {
+  const fs::path dir = fs::absolute(db_path).lexically_normal().parent_path();
+  if (dir.filename() != INDEX_DIR_NAME) return;
+  const fs::path ignore = dir / ".gitignore";
+  const int fd = open(ignore.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+  if (fd < 0 && errno == EEXIST) return;  // whatever is there is the user's
+  int error = errno;
+  if (fd >= 0) {
+    constexpr std::string_view TEXT = "*\n";
+    error = write(fd, TEXT.data(), TEXT.size()) == static_cast<ssize_t>(TEXT.size()) ? 0 : errno;
+    if (close(fd) != 0 && error == 0) error = errno;
+    if (error != 0) unlink(ignore.c_str());
+  }
+  if (error != 0) {
+    warnings.push_back(ignore.string() + ": not written (" + std::strerror(error) + ")");
+  }
+}
+
 }  // namespace
 
 IndexSummary build_index(const IndexOptions& options) {
   const auto started = std::chrono::steady_clock::now();
   IndexSummary summary;
+  // The progress of one phase of parallel work, as run_parallel reports it; nothing without
+  // options.progress, so that the work runs on the calling thread.
+  const auto report = [&](std::string_view phase,
+                          std::size_t total) -> std::function<void(std::size_t)> {
+    if (!options.progress) return {};
+    return [&options, phase, total](std::size_t done) { options.progress(phase, done, total); };
+  };
   IndexTarget target(options.db_path, options.waiting);
 
   std::vector<ListedFile> files;
   std::vector<std::string> python_paths;
+  if (options.progress) options.progress(PHASE_LISTING, 0, 0);
   SourceListing listing = list_files_but_the_index(options);
+  if (options.progress) options.progress(PHASE_LISTING, listing.files.size(), listing.files.size());
   summary.warnings = std::move(listing.warnings);
   for (std::string& path : listing.files) {
     ListedFile file{path, std::string(language_of(path)), -1};
@@ -113,21 +197,22 @@ IndexSummary build_index(const IndexOptions& options) {
   run_parallel(
       python_paths.size(), threads,
       [&](unsigned worker, std::size_t i) {
-        auto& parser = parsers[worker];
-        if (!parser) parser = std::make_unique<PythonParser>();
-        SourceText source = read_source(options.root / python_paths[i], options.max_file_size);
-        const DecodedSource decoded =
-            decode_python_source(source.text ? std::move(*source.text) : std::string());
-        models[i] = parser->parse(python_paths[i], decoded.text);
-        const std::string& problem = source.text ? decoded.problem : source.problem;
-        if (!problem.empty()) {
-          models[i].warnings.insert(
-              models[i].warnings.begin(),
-              python_paths[i] + (source.text ? ": " : ": not indexed: ") + problem);
-        }
+        on_file(PHASE_PARSING, python_paths[i], [&] {
+          auto& parser = parsers[worker];
+          if (!parser) parser = std::make_unique<PythonParser>();
+          SourceText source = read_source(options.root / python_paths[i], options.max_file_size);
+          const DecodedSource decoded =
+              decode_python_source(source.text ? std::move(*source.text) : std::string());
+          models[i] = parser->parse(python_paths[i], decoded.text);
+          const std::string& problem = source.text ? decoded.problem : source.problem;
+          if (!problem.empty()) {
+            models[i].warnings.insert(
+                models[i].warnings.begin(),
+                python_paths[i] + (source.text ? ": " : ": not indexed: ") + problem);
+          }
+        });
       },
-      options.progress ? [&](std::size_t done) { options.progress(done, python_paths.size()); }
-                       : std::function<void(std::size_t)>());
+      report(PHASE_PARSING, python_paths.size()));
 
   // What packaging files declare as entry points is run from outside: it is exported.
   const std::vector<std::string> entry_point_warnings =
@@ -137,11 +222,20 @@ IndexSummary build_index(const IndexOptions& options) {
 
   const PythonResolver resolver(models);
   std::vector<FileLinks> links(models.size());
-  run_parallel(models.size(), threads,
-               [&](unsigned, std::size_t i) { links[i] = resolver.resolve(i); }, {});
+  run_parallel(
+      models.size(), threads,
+      [&](unsigned, std::size_t i) {
+        on_file(PHASE_RESOLVING, models[i].path, [&] { links[i] = resolver.resolve(i); });
+      },
+      report(PHASE_RESOLVING, models.size()));
 
-  const WriteCounts counts = write_index(target.temporary(), files, models, resolver, links);
+  const WriteCounts counts =
+      write_index(target.temporary(), files, models, resolver, links, meta_of(options),
+                  [&](std::size_t done, std::size_t total) {
+                    if (options.progress) options.progress(PHASE_WRITING, done, total);
+                  });
   target.commit();
+  ignore_index_dir(options.db_path, summary.warnings);
   for (const FileModel& model : models) {
     summary.warnings.insert(summary.warnings.end(), model.warnings.begin(), model.warnings.end());
   }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "indexer/python_model.h"
@@ -17,16 +18,30 @@ namespace quarry::indexer {
 // cost time and memory out of all proportion to what they tell.
 inline constexpr std::uintmax_t DEFAULT_MAX_FILE_SIZE = 4 * 1024 * 1024;
 
+// The phases of a run, in order, as IndexOptions::progress names them.
+inline constexpr std::string_view PHASE_LISTING = "listing files";
+inline constexpr std::string_view PHASE_PARSING = "parsing";
+inline constexpr std::string_view PHASE_RESOLVING = "resolving";
+inline constexpr std::string_view PHASE_WRITING = "writing";
+
 struct IndexOptions {
   std::filesystem::path root;                            // the repository
   std::string db_path;                                   // where the index goes
   unsigned threads = 0;                                  // parsing threads; 0: one per core
   std::uintmax_t max_file_size = DEFAULT_MAX_FILE_SIZE;  // in bytes; 0: no limit
-  // Called from the calling thread now and then while files are parsed.
-  std::function<void(std::size_t done, std::size_t total)> progress;
+  // Called from the calling thread now and then in every phase, with the phase (one of
+  // PHASE_*), how much of it is done and its total (files; 0 while the listing has not
+  // ended). Each phase reports done == total once, when it ends.
+  std::function<void(std::string_view phase, std::size_t done, std::size_t total)> progress;
   // Called once when another run holds the index's lock; the run then waits for it.
   std::function<void()> waiting;
+  // Recorded in the index's meta table; left out when empty.
+  std::string quarry_version;
 };
+
+// For tests only: when set, called by the parsing and resolving workers with the file each
+// is about to work on, to make a fault there (by throwing). Set it before build_index.
+extern std::function<void(std::string_view phase, const std::string& path)> worker_fault_for_tests;
 
 struct IndexSummary {
   std::size_t files = 0;
@@ -37,7 +52,9 @@ struct IndexSummary {
   // How the call sites of names the repository defines were bound.
   CallBindings calls;
   double seconds = 0;
-  // One per file that could not be read whole, and per directory left out of the listing.
+  // One per file that could not be read whole, and per directory left out of the listing:
+  // "PATH:LINE: MESSAGE" where a line is known (the first syntax error), else
+  // "PATH: MESSAGE".
   std::vector<std::string> warnings;
 };
 
@@ -48,8 +65,15 @@ struct IndexSummary {
 // the next). The index's own files and `.quarry/` are never listed; another directory of
 // the tree that holds the index is left out with a warning. A file that cannot be read or
 // parsed, or is over the size limit, is still listed, with what could be read, and named
-// in a warning. Throws std::runtime_error (or DatabaseError) when the root cannot be listed
-// or the index cannot be written.
+// in a warning.
+// The index's meta table records the root (absolute, lexically normal), the quarry and
+// schema versions, the time, and HEAD's commit when the root is in a git work tree. When
+// the index is in a directory named `.quarry`, a `.gitignore` holding "*" is written there
+// unless one exists, so that git never shows the index's files.
+// Throws std::runtime_error (or DatabaseError) when the root cannot be listed or the index
+// cannot be written. What a parsing or resolving worker throws ends the run and is thrown
+// here, as "PATH: cannot be indexed: MESSAGE": a std::runtime_error for a runtime error, a
+// std::logic_error for any other fault (std::bad_alloc as it is).
 IndexSummary build_index(const IndexOptions& options);
 
 }  // namespace quarry::indexer

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "storage/database.h"
+#include "storage/index_meta.h"
 #include "storage/repository_components.h"
 #include "storage/repository_graph.h"
 #include "storage/repository_quality.h"
@@ -32,6 +33,10 @@ class Repository : public QualityQueries,
   explicit Repository(Database database);
 
   Database& db() override { return database_; }
+
+  // What the index records about itself; every field absent for an index without a meta
+  // table (see read_index_meta). Never throws DatabaseError.
+  IndexMeta index_meta() { return read_index_meta(database_); }
 
   std::map<std::string, std::int64_t> get_stats() override { return GraphQueries::get_stats(); }
 
