@@ -26,6 +26,12 @@ struct IndexOptions {
   std::function<void(std::size_t done, std::size_t total)> progress;
   // Called once when another run holds the index's lock; the run then waits for it.
   std::function<void()> waiting;
+  // Path globs (utils/glob.h: path_glob_match), relative to `root`, of files that are not
+  // indexed at all.
+  std::vector<std::string> exclude;
+  // Fully qualified names of definitions that are used from outside, as the entry points
+  // of packaging files are: they are exported. One that names nothing is a warning.
+  std::vector<std::string> entry_points;
 };
 
 struct IndexSummary {
