@@ -182,8 +182,10 @@ class Marker {
     }
   }
 
-  // Marks what `entry`, declared in the directory of package `package`, names.
-  void mark(const std::string& package, const EntryPoint& entry) {
+  // Marks what `entry`, declared in the directory of package `package`, names. Returns
+  // whether it named any definition, a module included.
+  bool mark(const std::string& package, const EntryPoint& entry) {
+    bool named = false;
     struct Step {
       std::string container;  // a module or a class
       std::string wanted;     // a name in it
@@ -215,6 +217,7 @@ class Marker {
         }
         continue;
       }
+      named = true;
       for (const auto& [f, d] : found->second) {
         Definition& definition = models_[f].definitions[d];
         if (definition.kind == symbol_kind::MODULE) {
@@ -232,7 +235,11 @@ class Marker {
         }
       }
     }
+    return named;
   }
+
+  // Whether `name` is the name of a module of the models.
+  bool is_module(const std::string& name) const { return modules_.contains(name); }
 
  private:
   // The module names `module` may have, declared in the directory of package `package`.
@@ -295,6 +302,27 @@ std::vector<std::string> mark_entry_points(const std::filesystem::path& root,
         slash == std::string::npos ? std::string_view() : std::string_view(path).substr(0, slash));
     for (const EntryPoint& entry : entries)
       marker->mark(package, entry);
+  }
+  return warnings;
+}
+
+std::vector<std::string> mark_configured_entry_points(const std::vector<std::string>& fqns,
+                                                      std::vector<FileModel>& models) {
+  std::vector<std::string> warnings;
+  std::optional<Marker> marker;
+  for (const std::string& fqn : fqns) {
+    const std::vector<std::string> parts = split_dotted_name(fqn);
+    if (!parts.empty() && !marker) marker.emplace(models);
+    bool named = !parts.empty() && marker->is_module(fqn);
+    // `a.b.c` is `c` of module a.b, else `b.c` of module a: the longest module first.
+    for (std::size_t split = parts.size() - 1; split >= 1 && split < parts.size() && !named;
+         --split) {
+      EntryPoint entry{parts[0], {parts.begin() + static_cast<std::ptrdiff_t>(split), parts.end()}};
+      for (std::size_t i = 1; i < split; ++i)
+        entry.module += "." + parts[i];
+      named = marker->mark("", entry);
+    }
+    if (!named) warnings.push_back("entry point '" + fqn + "' names no definition; ignored");
   }
   return warnings;
 }

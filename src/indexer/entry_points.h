@@ -47,4 +47,13 @@ std::vector<std::string> mark_entry_points(const std::filesystem::path& root,
                                            std::uintmax_t max_file_size,
                                            std::vector<FileModel>& models);
 
+// Marks as exported, in `models`, the definitions that the fully qualified names `fqns`
+// name, as mark_entry_points does for what packaging files declare: `app.cli.main` is
+// `main` of module app.cli (else `cli.main` of module app, the longest module first), and
+// re-exports are followed the same way. A name of a module is accepted and marks nothing.
+// Returns a warning for each name that is not a dotted Python name or names nothing in
+// `models`; such names are otherwise ignored.
+std::vector<std::string> mark_configured_entry_points(const std::vector<std::string>& fqns,
+                                                      std::vector<FileModel>& models);
+
 }  // namespace quarry::indexer

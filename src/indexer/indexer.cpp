@@ -95,7 +95,7 @@ void run_parallel(std::size_t count, unsigned threads, Work&& work,
 // (its lock, temporary and journal files), `.quarry/`, and any other directory of the tree
 // that holds the index, which is named in a warning when it held anything else.
 SourceListing list_files_but_the_index(const IndexOptions& options) {
-  SourceListing listing = list_source_files(options.root, {".quarry"});
+  SourceListing listing = list_source_files(options.root, {".quarry"}, options.exclude);
   std::error_code ec;
   const fs::path relative = fs::weakly_canonical(fs::absolute(options.db_path), ec)
                                 .lexically_relative(fs::weakly_canonical(options.root, ec));
@@ -219,6 +219,11 @@ IndexSummary build_index(const IndexOptions& options) {
       mark_entry_points(options.root, listing.files, options.max_file_size, models);
   summary.warnings.insert(summary.warnings.end(), entry_point_warnings.begin(),
                           entry_point_warnings.end());
+  // So are the entry points the configuration names.
+  const std::vector<std::string> configured_warnings =
+      mark_configured_entry_points(options.entry_points, models);
+  summary.warnings.insert(summary.warnings.end(), configured_warnings.begin(),
+                          configured_warnings.end());
 
   const PythonResolver resolver(models);
   std::vector<FileLinks> links(models.size());

@@ -37,6 +37,12 @@ struct IndexOptions {
   std::function<void()> waiting;
   // Recorded in the index's meta table; left out when empty.
   std::string quarry_version;
+  // Path globs (utils/glob.h: path_glob_match), relative to `root`, of files that are not
+  // indexed at all.
+  std::vector<std::string> exclude;
+  // Fully qualified names of definitions that are used from outside, as the entry points
+  // of packaging files are: they are exported. One that names nothing is a warning.
+  std::vector<std::string> entry_points;
 };
 
 // For tests only: when set, called by the parsing and resolving workers with the file each

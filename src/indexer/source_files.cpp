@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "utils/glob.h"
+
 extern char** environ;
 
 namespace quarry::indexer {
@@ -228,7 +230,8 @@ std::optional<std::string> run_program(const std::vector<std::string>& args,
   return output;
 }
 
-SourceListing list_source_files(const fs::path& root, const std::vector<std::string>& skip) {
+SourceListing list_source_files(const fs::path& root, const std::vector<std::string>& skip,
+                                const std::vector<std::string>& exclude) {
   std::error_code ec;
   if (!fs::is_directory(root, ec)) throw std::runtime_error(root.string() + ": not a directory");
   SourceListing listing;
@@ -236,7 +239,9 @@ SourceListing list_source_files(const fs::path& root, const std::vector<std::str
   listing.files = tracked ? std::move(*tracked) : walk(root, listing.warnings);
   std::erase_if(listing.files, [&](const std::string& path) {
     return std::any_of(skip.begin(), skip.end(),
-                       [&](const std::string& dir) { return under(path, dir); });
+                       [&](const std::string& dir) { return under(path, dir); }) ||
+           std::any_of(exclude.begin(), exclude.end(),
+                       [&](const std::string& glob) { return path_glob_match(glob, path); });
   });
   std::sort(listing.files.begin(), listing.files.end());
   listing.files.erase(std::unique(listing.files.begin(), listing.files.end()), listing.files.end());

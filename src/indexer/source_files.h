@@ -16,14 +16,17 @@ struct SourceListing {
 
 // The files of `root`. In a git work tree: the files git tracks plus the untracked ones it
 // does not ignore. Elsewhere: every regular file, skipping .git, virtual environments,
-// node_modules, __pycache__ and build output. Symbolic links and paths under any of `skip`
-// (directories relative to `root`, e.g. the index's own) are left out either way. A
+// node_modules, __pycache__ and build output. Symbolic links, paths under any of `skip`
+// (directories relative to `root`, e.g. the index's own) and paths that one of the globs
+// `exclude` selects (utils/glob.h: path_glob_match, relative to `root`) are left out
+// either way. A
 // directory that cannot be listed is left out with a warning; so is git's listing when
 // git refuses a work tree (for example one owned by another user), in which case every
 // file is walked instead and the warning says how to let git list it. Throws
 // std::runtime_error when `root` is not a readable directory.
 SourceListing list_source_files(const std::filesystem::path& root,
-                                const std::vector<std::string>& skip = {".quarry"});
+                                const std::vector<std::string>& skip = {".quarry"},
+                                const std::vector<std::string>& exclude = {});
 
 // The text of a source file, read without ever blocking: opened non-blocking and checked to
 // be a regular file of at most `max_size` bytes (0: any size) before it is read. Otherwise
