@@ -142,7 +142,7 @@ TEST(IndexMeta, GitignoreBesideTheIndexIsWrittenOnce) {
   TempTree tree(SourceTree{{"a.py", ""}});
   const fs::path ignore = tree.root() / ".quarry/.gitignore";
   tree.index();
-  EXPECT_EQ(testing::file_bytes(ignore.string()), "*\n");
+  EXPECT_EQ(testing::file_bytes(ignore.string()), "*\n!baseline.json\n");
   tree.write(".quarry/.gitignore", "index.db\n");
   tree.index();
   EXPECT_EQ(testing::file_bytes(ignore.string()), "index.db\n");

@@ -140,8 +140,9 @@ IndexMeta meta_of(const IndexOptions& options) {
   return meta;
 }
 
-// Beside an index in a `.quarry` directory, a `.gitignore` that ignores everything there,
-// unless the directory has one already. Says in `warnings` when it cannot be written.
+// Beside an index in a `.quarry` directory, a `.gitignore` that ignores everything there
+// but the baseline file, which is meant to be committed, unless the directory has one
+// already. Says in `warnings` when it cannot be written.
 void ignore_index_dir(const std::string& db_path, std::vector<std::string>& warnings) {
   const fs::path dir = fs::absolute(db_path).lexically_normal().parent_path();
   if (dir.filename() != INDEX_DIR_NAME) return;
@@ -150,7 +151,7 @@ void ignore_index_dir(const std::string& db_path, std::vector<std::string>& warn
   if (fd < 0 && errno == EEXIST) return;  // whatever is there is the user's
   int error = errno;
   if (fd >= 0) {
-    constexpr std::string_view TEXT = "*\n";
+    constexpr std::string_view TEXT = "*\n!baseline.json\n";
     error = write(fd, TEXT.data(), TEXT.size()) == static_cast<ssize_t>(TEXT.size()) ? 0 : errno;
     if (close(fd) != 0 && error == 0) error = errno;
     if (error != 0) unlink(ignore.c_str());

@@ -74,8 +74,9 @@ struct IndexSummary {
 // in a warning.
 // The index's meta table records the root (absolute, lexically normal), the quarry and
 // schema versions, the time, and HEAD's commit when the root is in a git work tree. When
-// the index is in a directory named `.quarry`, a `.gitignore` holding "*" is written there
-// unless one exists, so that git never shows the index's files.
+// the index is in a directory named `.quarry`, a `.gitignore` ignoring all but
+// `baseline.json` is written there unless one exists, so that git never shows the index's
+// files but does show a baseline to commit.
 // Throws std::runtime_error (or DatabaseError) when the root cannot be listed or the index
 // cannot be written. What a parsing or resolving worker throws ends the run and is thrown
 // here, as "PATH: cannot be indexed: MESSAGE": a std::runtime_error for a runtime error, a
