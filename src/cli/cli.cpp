@@ -140,10 +140,11 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   CLI::Option* db_option =
       app.add_option("--db", context.db_path, "The index database (SQLite)")->capture_default_str();
   std::string format_name;
-  const CLI::Option* format_option = app.add_option(
-      "--format", format_name,
-      "text, json, sarif (dead-code, cycles), github (dead-code, cycles: workflow annotations) "
-      "or dot (cycles: a Graphviz digraph)");
+  const CLI::Option* format_option = app.add_option("--format", format_name,
+                                                    "text, json, sarif (dead-code, cycles), github "
+                                                    "(dead-code, cycles: workflow annotations) "
+                                                    "or dot (cycles: a Graphviz digraph)")
+                                         ->type_name("F");
   app.add_flag("--json", context.json, "Short for --format json");
   app.require_subcommand(1);
   app.fallthrough();
