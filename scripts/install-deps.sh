@@ -4,7 +4,7 @@ set -euo pipefail
 
 PACKAGES=(g++ cmake ninja-build pkg-config git libsqlite3-dev libgtest-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libtree-sitter-dev graphviz libboost-graph-dev
-  libtomlplusplus-dev)
+  libtomlplusplus-dev python3-jsonschema)
 
 missing=()
 for package in "${PACKAGES[@]}"; do
@@ -33,4 +33,10 @@ cd "$(dirname "$0")/.."
 if [ ! -f grammars/node_modules/.package-lock.json ] ||
   [ grammars/package-lock.json -nt grammars/node_modules/.package-lock.json ]; then
   npm ci --ignore-scripts --no-audit --no-fund --silent --prefix grammars
+fi
+# The SARIF 2.1.0 schema that the tests validate quarry's SARIF output against, as pinned by
+# tests/sarif/package-lock.json; only its JSON file is used.
+if [ ! -f tests/sarif/node_modules/.package-lock.json ] ||
+  [ tests/sarif/package-lock.json -nt tests/sarif/node_modules/.package-lock.json ]; then
+  npm ci --ignore-scripts --no-audit --no-fund --silent --prefix tests/sarif
 fi

@@ -49,7 +49,7 @@ TEST(CyclesCli, TextJsonAndUsageErrors) {
 
   const std::vector<std::pair<std::vector<std::string>, std::string>> usage = {
       {{"cycles", "--level", "files"}, "--level takes component or file, not 'files'"},
-      {{"cycles", "--format", "svg"}, "--format takes text or dot, not 'svg'"},
+      {{"cycles", "--format", "svg"}, "--format takes text, json, sarif, github or dot, not 'svg'"},
       {{"--json", "cycles", "--format", "dot"}, "--format dot cannot be combined with --json"},
   };
   for (auto [args, message] : usage) {

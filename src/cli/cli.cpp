@@ -11,6 +11,7 @@
 #include <iostream>
 #include <new>
 #include <ostream>
+#include <span>
 
 #include "cli/command.h"
 #include "cli/output.h"
@@ -60,10 +61,55 @@ void reject_empty_values(CLI::App& app) {
   }
 }
 
+// "text, json, sarif, github or dot".
+std::string format_list(std::span<const report::Format> formats) {
+  std::string text;
+  for (std::size_t i = 0; i < formats.size(); ++i) {
+    if (i > 0) text += i + 1 == formats.size() ? " or " : ", ";
+    text += report::to_string(formats[i]);
+  }
+  return text;
+}
+
+// Sets context.format from --format (given, when `format_given`, as `name`) and --json, for
+// the command named `command`. Throws UsageError for an unknown format, one that the
+// command does not print, or --json with another format.
+void choose_format(Context& context, bool format_given, const std::string& name,
+                   std::string_view command) {
+  if (format_given) {
+    const auto format = report::parse_format(name);
+    if (!format) {
+      throw UsageError("--format takes " + format_list(report::all_formats()) + ", not '" + name +
+                       "'");
+    }
+    if (context.json && *format != report::Format::json) {
+      throw UsageError("--format " + name + " cannot be combined with --json");
+    }
+    context.format = *format;
+  } else if (context.json) {
+    context.format = report::Format::json;
+  }
+  const auto offered = report::formats_of(command);
+  if (std::find(offered.begin(), offered.end(), context.format) == offered.end()) {
+    throw UsageError(std::string(command) + " has no " +
+                     std::string(report::to_string(context.format)) + " output; it prints " +
+                     format_list(offered));
+  }
+  context.json = context.format == report::Format::json;
+}
+
 }  // namespace
 
 std::unique_ptr<Repository> Context::open_repository() const {
   return std::make_unique<Repository>(db_path);
+}
+
+report::RenderContext Context::render_context() const {
+  return {.out = out,
+          .colour = colour,
+          .display_path = display_path,
+          .root = root,
+          .version = QUARRY_VERSION};
 }
 
 std::int64_t parse_integer(std::string_view option, const std::string& text, bool non_negative) {
@@ -93,7 +139,13 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   app.set_version_flag("--version", QUARRY_VERSION);
   CLI::Option* db_option =
       app.add_option("--db", context.db_path, "The index database (SQLite)")->capture_default_str();
-  app.add_flag("--json", context.json, "Print one JSON document instead of text");
+  std::string format_name;
+  const CLI::Option* format_option = app.add_option("--format", format_name,
+                                                    "text, json, sarif (dead-code, cycles), github "
+                                                    "(dead-code, cycles: workflow annotations) "
+                                                    "or dot (cycles: a Graphviz digraph)")
+                                         ->type_name("F");
+  app.add_flag("--json", context.json, "Short for --format json");
   app.require_subcommand(1);
   app.fallthrough();
   add_callers_command(app, context);
@@ -110,6 +162,8 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     app.parse(reversed);
     reject_empty_values(app);
     context.db_given = db_option->count() > 0;
+    choose_format(context, format_option->count() > 0, format_name,
+                  app.get_subcommands().front()->get_name());
     if (context.action) context.action();
     return 0;
   } catch (const CLI::ParseError& error) {

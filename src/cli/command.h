@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "report/report.h"
 #include "storage/repository.h"
 
 namespace quarry::cli {
@@ -31,13 +32,28 @@ class NotFoundError : public std::runtime_error {
 struct Context {
   std::string db_path = ".quarry/index.db";
   bool db_given = false;  // whether --db was on the command line
+  // The output format (--format, or --json); `json` tells whether it is json.
+  report::Format format = report::Format::text;
   bool json = false;
   std::ostream* out = nullptr;
   bool colour = false;
+  // How file paths of the index are shown (empty: as stored) and the repository root as an
+  // absolute path (empty: unknown); see report::RenderContext.
+  std::function<std::string(std::string_view)> display_path;
+  std::string root;
   std::function<void()> action;
 
   // Opens the index read-only (throws DatabaseError when it cannot be used).
   std::unique_ptr<Repository> open_repository() const;
+
+  // What the renderers need of this run.
+  report::RenderContext render_context() const;
+
+  // Prints `report` to `out` in the chosen format.
+  template <typename Report>
+  void render(const Report& report) const {
+    report::render(render_context(), format, report);
+  }
 };
 
 // Parses a decimal integer given to `option`; with `non_negative`, it must be zero or

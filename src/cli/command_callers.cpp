@@ -1,11 +1,7 @@
 // quarry callers SYMBOL... [--guessed] [--limit N]
 #include <charconv>
-#include <map>
-#include <ostream>
-#include <set>
 
 #include "cli/command.h"
-#include "cli/output.h"
 
 namespace quarry::cli {
 
@@ -17,17 +13,11 @@ struct CallersArgs {
   std::string limit;
 };
 
-// One asked symbol: its id (none for an id beyond the 64-bit range, which matches no
-// symbol) and how to show it.
-struct Asked {
-  std::optional<std::int64_t> id;
-  std::string label;
-  bool found = true;
-};
+using report::AskedSymbol;
 
 // Resolves each SYMBOL: decimal digits are an id, anything else a fully qualified name.
-std::vector<Asked> resolve(Repository& repo, const std::vector<std::string>& symbols) {
-  std::vector<Asked> asked;
+std::vector<AskedSymbol> resolve(Repository& repo, const std::vector<std::string>& symbols) {
+  std::vector<AskedSymbol> asked;
   for (const std::string& symbol : symbols) {
     const bool is_id =
         !symbol.empty() && symbol.find_first_not_of("0123456789") == std::string::npos;
@@ -49,60 +39,6 @@ std::vector<Asked> resolve(Repository& repo, const std::vector<std::string>& sym
   return asked;
 }
 
-Json to_json(const std::vector<Caller>& callers) {
-  Json list = Json::array();
-  for (const Caller& c : callers) {
-    list.push_back(Json{{"of", c.of},
-                        {"id", c.id},
-                        {"name", c.name},
-                        {"kind", c.kind},
-                        {"fqn", c.fqn},
-                        {"path", c.path},
-                        {"line", c.line},
-                        {"resolution", c.resolution},
-                        {"total", c.total},
-                        {"call_line", optional_json(c.call_line)}});
-  }
-  return list;
-}
-
-void print_text(std::ostream& out, bool colour, const std::vector<Asked>& asked,
-                const std::vector<Caller>& callers, bool guessed) {
-  const std::string_view kind = guessed ? "guessed" : "proven";
-  std::map<std::int64_t, std::vector<const Caller*>> by_symbol;
-  for (const Caller& c : callers)
-    by_symbol[c.of].push_back(&c);
-
-  std::set<std::string> shown;
-  for (const Asked& a : asked) {
-    // Each symbol once, however often it was asked for (an id out of range by its digits).
-    if (!shown.insert(a.id ? std::to_string(*a.id) : a.label).second) continue;
-    const auto& found = a.id ? by_symbol[*a.id] : std::vector<const Caller*>{};
-    // A symbol that is not in the index is shown by its id alone.
-    std::string heading = bold(printable(a.label), colour);
-    if (a.found) heading += dim(" #" + std::to_string(*a.id), colour);
-    heading += ": ";
-    if (found.empty()) {
-      out << heading << "no " << kind << " callers\n";
-      continue;
-    }
-    const std::int64_t total = found.front()->total;
-    heading += count_of(total, std::string(kind) + " caller", std::string(kind) + " callers");
-    if (static_cast<std::int64_t>(found.size()) < total) {
-      heading += " (" + std::to_string(found.size()) + " shown)";
-    }
-    out << heading << '\n';
-    Table table({"CALL SITE", "KIND", "CALLER", "RESOLUTION"});
-    for (const Caller* c : found) {
-      table.add(
-          {location(c->path, c->call_line.value_or(c->line)), c->kind, c->fqn, c->resolution});
-    }
-    table.print(out, colour);
-  }
-  out << count_of(static_cast<std::int64_t>(callers.size()), "caller", "callers") << " of "
-      << count_of(static_cast<std::int64_t>(shown.size()), "symbol", "symbols") << '\n';
-}
-
 }  // namespace
 
 void add_callers_command(CLI::App& app, Context& context) {
@@ -117,17 +53,14 @@ void add_callers_command(CLI::App& app, Context& context) {
       std::optional<std::int64_t> limit;
       if (limit_option->count() > 0) limit = parse_integer("--limit", args->limit, true);
       auto repo = context.open_repository();
-      const std::vector<Asked> asked = resolve(*repo, args->symbols);
+      const std::vector<AskedSymbol> asked = resolve(*repo, args->symbols);
       std::vector<std::int64_t> ids;
-      for (const Asked& a : asked) {
+      for (const AskedSymbol& a : asked) {
         if (a.id) ids.push_back(*a.id);
       }
-      const auto callers = repo->callers_of(ids, {.guessed = args->guessed, .limit = limit});
-      if (context.json) {
-        print_json(*context.out, to_json(callers));
-      } else {
-        print_text(*context.out, context.colour, asked, callers, args->guessed);
-      }
+      auto callers = repo->callers_of(ids, {.guessed = args->guessed, .limit = limit});
+      context.render(report::CallersReport{
+          .asked = asked, .callers = std::move(callers), .guessed = args->guessed});
     };
   });
 }
