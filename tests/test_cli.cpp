@@ -61,6 +61,17 @@ TEST_F(CliTest, ErrorsExitWithTheirStatusAndOneLine) {
       // Names from the user or the index reach the terminal escaped.
       {{"--db", db, "callers", "evil\x1b]0;owned\x07"}, 1, "'evil\\x1b]0;owned\\x07'"},
       {{"--db", db, "frobnicate"}, 2, "unknown command 'frobnicate'"},
+      // An unknown name or component is the user's, not the index's.
+      {{"--db", db, "impact", "no.such.symbol"}, 1, "no symbol named 'no.such.symbol'"},
+      {{"--db", db, "--json", "impact", "no.such"}, 1, "no symbol named 'no.such'"},
+      {{"--db", db, "dead-code", "--component", "nope"}, 1, "no component named 'nope'"},
+      // The gate and the baseline.
+      {{"--db", db, "dead-code", "--fail-on", "some"}, 2, "--fail-on takes certain, likely"},
+      {{"--db", db, "cycles", "--fail-on", "certain"}, 2, "--fail-on takes any, not 'certain'"},
+      {{"--db", db, "dead-code", "--baseline", not_sqlite}, 2, "not a quarry baseline"},
+      {{"--db", db, "cycles", "--baseline", "/nonexistent/b.json"}, 2, "quarry baseline"},
+      {{"--db", db, "--config", not_sqlite, "dead-code"}, 2, not_sqlite},
+      {{"--db", db, "--config", "/nonexistent/quarry.toml", "stats"}, 2, "cannot be read"},
       {{"--db", db, "stats", "--bogus"}, 2, "--bogus"},
   };
   for (const auto& c : cases) {

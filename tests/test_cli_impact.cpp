@@ -39,7 +39,6 @@ TEST(CliImpact, JsonKeysScoreOptionsAndText) {
        {"impact score 0.632", "shop/cart.py:22", "shop/cart.py:23", "tests/test_cart.py:4",
         "Affected tests\n  tests/test_cart.py\n",
         "2 direct callers, 3 transitive callers, 5 files, 3 components, 1 test affected"}},
-      {{"no.such.symbol"}, {"no symbol named 'no.such.symbol'", "Direct callers: none"}},
   };
   for (const auto& [args, shown] : cases) {
     const auto result = run(args);

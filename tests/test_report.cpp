@@ -261,6 +261,9 @@ TEST(Report, TextSummariesCountWhatABaselineHid) {
       {{.used = true, .hidden = 1, .stale = 1},
        "shown; 1 finding hidden by the baseline, 1 baseline entry no longer occurs\n",
        "in all); 1 finding hidden by the baseline, 1 baseline entry no longer occurs\n"},
+      {{.used = true, .hidden = 0, .stale = 0},
+       "shown; 0 findings hidden by the baseline\n",
+       "in all); 0 findings hidden by the baseline\n"},
   };
   for (const Case& c : cases) {
     const report::DeadCodeReport dead{

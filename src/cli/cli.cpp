@@ -15,7 +15,9 @@
 
 #include "cli/command.h"
 #include "cli/output.h"
+#include "report/baseline.h"
 #include "storage/database.h"
+#include "storage/index_meta.h"
 
 #ifndef QUARRY_VERSION
 #define QUARRY_VERSION "0.0.0"
@@ -100,8 +102,47 @@ void choose_format(Context& context, bool format_given, const std::string& name,
 
 }  // namespace
 
-std::unique_ptr<Repository> Context::open_repository() const {
-  return std::make_unique<Repository>(db_path);
+std::unique_ptr<Repository> Context::open_repository() {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  const fs::path cwd = fs::current_path(ec);
+  if (!db_given && !ec) {
+    if (auto found = find_index(cwd)) db_path = found->string();
+  }
+  auto repo = std::make_unique<Repository>(db_path);
+  const IndexMeta meta = repo->index_meta();
+  fs::path repository_root;
+  if (meta.root) {
+    repository_root = *meta.root;
+  } else {
+    // An index without a meta table, in a .quarry directory: the tree around it.
+    const fs::path db = fs::absolute(db_path, ec).lexically_normal();
+    if (!ec && db.parent_path().filename() == INDEX_DIR_NAME) {
+      repository_root = db.parent_path().parent_path();
+    }
+  }
+  if (repository_root.empty() || cwd.empty()) return repo;
+  root = repository_root.string();
+  // The working directory is a physical path: compare it with the root's physical path.
+  fs::path physical = fs::weakly_canonical(repository_root, ec);
+  if (ec) physical = repository_root;
+  display_path = [physical, cwd](std::string_view stored) {
+    const fs::path relative = (physical / fs::path(stored)).lexically_relative(cwd);
+    return relative.empty() ? std::string(stored) : relative.string();
+  };
+  if (err != nullptr && index_is_stale(meta, repository_root)) {
+    *err << "quarry: warning: the index was built at commit " << meta.git_commit->substr(0, 12)
+         << " and the work tree is at another; it may be stale (run quarry index)\n";
+  }
+  return repo;
+}
+
+Config Context::configuration(const std::filesystem::path& start) const {
+  if (!config_path.empty()) return load_config(config_path);
+  std::error_code ec;
+  const std::filesystem::path from = start.empty() ? std::filesystem::current_path(ec) : start;
+  if (ec) return {};
+  return find_config(from).value_or(Config{});
 }
 
 report::RenderContext Context::render_context() const {
@@ -130,6 +171,7 @@ std::int64_t parse_integer(std::string_view option, const std::string& text, boo
 int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err, bool colour) {
   Context context;
   context.out = &out;
+  context.err = &err;
   context.colour = colour;
 
   CLI::App app(
@@ -138,7 +180,14 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
       "quarry");
   app.set_version_flag("--version", QUARRY_VERSION);
   CLI::Option* db_option =
-      app.add_option("--db", context.db_path, "The index database (SQLite)")->capture_default_str();
+      app.add_option("--db", context.db_path,
+                     "The index database (SQLite); default: the first .quarry/index.db from "
+                     "the working directory upward")
+          ->type_name("FILE");
+  app.add_option("--config", context.config_path,
+                 "The configuration file; default: [tool.quarry] of the nearest "
+                 "pyproject.toml, or the nearest quarry.toml, from the working directory up")
+      ->type_name("FILE");
   std::string format_name;
   const CLI::Option* format_option = app.add_option("--format", format_name,
                                                     "text, json, sarif (dead-code, cycles), github "
@@ -154,6 +203,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   add_index_command(app, context);
   add_dead_code_command(app, context);
   add_cycles_command(app, context);
+  add_baseline_command(app, context);
 
   try {
     reject_empty_assignments(args);
@@ -164,8 +214,10 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     context.db_given = db_option->count() > 0;
     choose_format(context, format_option->count() > 0, format_name,
                   app.get_subcommands().front()->get_name());
+    // A --config that is malformed is an error whichever command runs.
+    if (!context.config_path.empty()) (void)load_config(context.config_path);
     if (context.action) context.action();
-    return 0;
+    return context.status;
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {
       app.exit(error, out, err);
@@ -181,12 +233,19 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
   } catch (const UsageError& error) {
     print_error(err, error.what());
     return 2;
+  } catch (const ConfigError& error) {
+    print_error(err, error.what());
+    return 2;
+  } catch (const report::BaselineError& error) {
+    print_error(err, error.what());
+    return 2;
   } catch (const std::runtime_error& error) {
     // An index that cannot be used, a failed statement, a name that matches nothing, a
     // file or directory that cannot be read or written.
     print_error(err, error.what());
     return 1;
-  } catch (const std::invalid_argument& error) {
+  } catch (const std::length_error& error) {
+    // A dependency graph too large for the cycle search.
     print_error(err, error.what());
     return 1;
   } catch (const std::bad_alloc&) {

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "config/config.h"
 #include "report/report.h"
 #include "storage/repository.h"
 
@@ -32,6 +34,9 @@ class NotFoundError : public std::runtime_error {
 struct Context {
   std::string db_path = ".quarry/index.db";
   bool db_given = false;  // whether --db was on the command line
+  std::string config_path;  // --config; empty: found from the working directory upward
+  std::ostream* err = nullptr;  // warnings
+  int status = 0;               // the exit status when the action returns: 3 for --fail-on
   // The output format (--format, or --json); `json` tells whether it is json.
   report::Format format = report::Format::text;
   bool json = false;
@@ -43,8 +48,16 @@ struct Context {
   std::string root;
   std::function<void()> action;
 
-  // Opens the index read-only (throws DatabaseError when it cannot be used).
-  std::unique_ptr<Repository> open_repository() const;
+  // Opens the index read-only: --db, else the first .quarry/index.db from the working
+  // directory upward, else .quarry/index.db. Learns the repository root from the index's
+  // meta table (else from the .quarry directory that holds it) so that paths are shown
+  // relative to the working directory, and warns when the index was built at another
+  // commit than the work tree's. Throws DatabaseError when the index cannot be used.
+  std::unique_ptr<Repository> open_repository();
+
+  // The configuration: --config, else the one found from `start` (the working directory
+  // when empty) upward, else an empty one. Throws ConfigError for a malformed file.
+  Config configuration(const std::filesystem::path& start = {}) const;
 
   // What the renderers need of this run.
   report::RenderContext render_context() const;
@@ -67,5 +80,6 @@ void add_stats_command(CLI::App& app, Context& context);
 void add_index_command(CLI::App& app, Context& context);
 void add_dead_code_command(CLI::App& app, Context& context);
 void add_cycles_command(CLI::App& app, Context& context);
+void add_baseline_command(CLI::App& app, Context& context);
 
 }  // namespace quarry::cli

@@ -1,23 +1,40 @@
-// quarry cycles [--level component|file]
+// quarry cycles [--level component|file] [--baseline FILE] [--fail-on any]
 #include "cli/command.h"
+#include "cli/gate.h"
 
 namespace quarry::cli {
 
 void add_cycles_command(CLI::App& app, Context& context) {
   auto level = std::make_shared<std::string>("component");
+  auto gate = std::make_shared<GateArgs>();
   CLI::App* command = app.add_subcommand(
       "cycles", "List the dependency cycles between components or between files");
   command
       ->add_option("--level", *level,
                    "component: cycles between components; file: cycles between files")
       ->capture_default_str();
-  command->callback([&context, level] {
-    context.action = [&context, level] {
+  add_gate_options(*command, *gate, "any");
+  command->callback([&context, level, gate] {
+    context.action = [&context, level, gate] {
       if (*level != "component" && *level != "file") {
         throw UsageError("--level takes component or file, not '" + *level + "'");
       }
+      const Config config = context.configuration();
+      const std::optional<std::string> fail_on = gate_fail_on(*gate, config, {"any"}, true);
       const DependencyGraph graph = context.open_repository()->dependency_graph(*level);
-      context.render(report::make_cycles_report(graph, *level));
+      report::CyclesReport report = report::make_cycles_report(graph, *level);
+      if (const auto baseline = gate_baseline(*gate, config)) {
+        std::vector<CycleComponent> cycles;
+        for (const report::CycleFinding& finding : report.cycles)
+          cycles.push_back(finding.cycle);
+        const auto filtered = report::filter_cycles(std::move(cycles), *level, &*baseline);
+        std::erase_if(report.cycles, [&](const report::CycleFinding& finding) {
+          return baseline->cycles.contains(report::baseline_identity(finding.cycle));
+        });
+        report.baseline = {.used = true, .hidden = filtered.hidden, .stale = filtered.stale};
+      }
+      if (fail_on && !report.cycles.empty()) context.status = 3;
+      context.render(report);
     };
   });
 }

@@ -27,10 +27,10 @@ void add_impact_command(CLI::App& app, Context& context) {
       const std::int64_t depth =
           depth_option->count() == 0 ? DEFAULT_DEPTH : parse_integer("--depth", args->depth, false);
       auto repo = context.open_repository();
-      ImpactAnalysis analysis = repo->analyze_impact(args->fqn, depth, args->include_tests);
       const auto symbol = repo->get_symbol_by_fqn(args->fqn);
-      context.render(
-          report::ImpactReport{.analysis = std::move(analysis), .found = symbol && symbol->id});
+      if (!symbol || !symbol->id) throw NotFoundError("no symbol named '" + args->fqn + "'");
+      context.render(report::ImpactReport{
+          .analysis = repo->analyze_impact(args->fqn, depth, args->include_tests)});
     };
   });
 }

@@ -20,10 +20,6 @@ std::vector<std::string> sorted(std::vector<std::string> members) {
   return members;
 }
 
-BaselineCycle identity(const CycleComponent& cycle) {
-  return {cycle.type, sorted(cycle.nodes)};
-}
-
 [[noreturn]] void malformed(const std::filesystem::path& path, const std::string& what) {
   throw BaselineError(path.string() + ": not a quarry baseline: " + what);
 }
@@ -39,13 +35,17 @@ std::string string_at(const std::filesystem::path& path, const Json& entry, cons
 
 }  // namespace
 
+BaselineCycle baseline_identity(const CycleComponent& cycle) {
+  return {cycle.type, sorted(cycle.nodes)};
+}
+
 Baseline make_baseline(const std::vector<UnusedSymbol>& symbols,
                        const std::vector<CycleComponent>& cycles) {
   Baseline baseline;
   for (const UnusedSymbol& s : symbols)
     baseline.dead_code.insert({s.fqn, s.kind});
   for (const CycleComponent& c : cycles)
-    baseline.cycles.insert(identity(c));
+    baseline.cycles.insert(baseline_identity(c));
   return baseline;
 }
 
@@ -145,7 +145,7 @@ Filtered<CycleComponent> filter_cycles(std::vector<CycleComponent> cycles, const
   Filtered<CycleComponent> result;
   std::set<BaselineCycle> seen;
   for (CycleComponent& c : cycles) {
-    BaselineCycle key = identity(c);
+    BaselineCycle key = baseline_identity(c);
     if (baseline != nullptr && baseline->cycles.contains(key)) {
       seen.insert(std::move(key));
       ++result.hidden;

@@ -54,6 +54,9 @@ struct Baseline {
   bool operator==(const Baseline&) const = default;
 };
 
+// The identity of `cycle` in a baseline.
+BaselineCycle baseline_identity(const CycleComponent& cycle);
+
 // The identities of `symbols` and `cycles`.
 Baseline make_baseline(const std::vector<UnusedSymbol>& symbols,
                        const std::vector<CycleComponent>& cycles);

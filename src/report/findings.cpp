@@ -92,12 +92,14 @@ std::string message(const CycleComponent& cycle, std::string_view level) {
 
 std::string baseline_summary(const BaselineCounts& baseline) {
   if (!baseline.used) return "";
-  return "; " +
-         count_of(baseline.hidden, "finding hidden by the baseline",
-                  "findings hidden by the baseline") +
-         ", " +
-         count_of(baseline.stale, "baseline entry no longer occurs",
-                  "baseline entries no longer occur");
+  std::string text = "; " + count_of(baseline.hidden, "finding hidden by the baseline",
+                                      "findings hidden by the baseline");
+  // Entries that no longer occur can be dropped by writing the baseline anew.
+  if (baseline.stale > 0) {
+    text += ", " + count_of(baseline.stale, "baseline entry no longer occurs",
+                            "baseline entries no longer occur");
+  }
+  return text;
 }
 
 }  // namespace quarry::report::detail

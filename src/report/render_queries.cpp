@@ -136,7 +136,6 @@ void print_impact(const RenderContext& context, const ImpactReport& report) {
   std::ostream& out = *context.out;
   const bool colour = context.colour;
   const ImpactAnalysis& analysis = report.analysis;
-  if (!report.found) out << "no symbol named '" << printable(analysis.fqn) << "'\n";
   out << bold(printable(analysis.fqn), colour) << ": impact score "
       << score_text(analysis.impact_score)
       << dim(" (callers up to depth " + std::to_string(analysis.depth) + ")", colour) << '\n';

@@ -81,7 +81,6 @@ struct CallersReport {
 
 struct ImpactReport {
   ImpactAnalysis analysis;
-  bool found = true;  // whether a symbol has the analysed name
 
   bool operator==(const ImpactReport&) const = default;
 };
