@@ -8,8 +8,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 
+#include "storage/repository.h"
 #include "test_index.h"
 
 namespace quarry {
@@ -110,6 +112,26 @@ TEST_F(CiLoop, FromASubdirectoryTheIndexIsFoundAndPathsOpenFromThere) {
   EXPECT_TRUE(fs::exists("../handlers.py"));
   EXPECT_NE(r.out.find("orders.py:14"), std::string::npos) << r.out;
   EXPECT_EQ(r.out.find("bookstore/handlers.py"), std::string::npos) << r.out;
+}
+
+TEST(CiConfiguration, ExcludeGlobsOfAFileAboveTheIndexedTreeApplyToIt) {
+  testing::TempTree tree(testing::SourceTree{
+      {"quarry.toml",
+       "exclude = [\"sub/gen/\", \"*_skip.py\", \"other/a.py\", \"**/deep/*.py\"]\n"},
+      {"sub/keep.py", ""},
+      {"sub/gen/made.py", ""},
+      {"sub/x_skip.py", ""},
+      {"sub/other/a.py", ""},
+      {"sub/lib/deep/d.py", ""},
+  });
+  const auto r = testing::run_cli({"--json", "index", (tree.root() / "sub").string()});
+  ASSERT_EQ(r.status, 0) << r.err;
+  Repository repo((tree.root() / "sub" / ".quarry" / "index.db").string());
+  std::set<std::string> paths;
+  for (const Row& row : repo.db().fetchall("SELECT path FROM files"))
+    paths.insert(std::get<std::string>(row.at(0)));
+  // other/a.py is anchored at the configuration's directory, where sub/other/a.py is not.
+  EXPECT_EQ(paths, (std::set<std::string>{"keep.py", "other/a.py"}));
 }
 
 }  // namespace
