@@ -99,9 +99,8 @@ TEST(Baseline, HidesKnownFindingsAndCountsStaleEntries) {
   EXPECT_EQ(plain.hidden + plain.stale, 0);
 
   // A cycle is known by its members in any order; the other level's entries are not stale.
-  const auto files =
-      filter_cycles({cycle("file", {"b.py", "a.py"}), cycle("file", {"c.py", "d.py"})}, "file",
-                    &baseline);
+  const auto files = filter_cycles(
+      {cycle("file", {"b.py", "a.py"}), cycle("file", {"c.py", "d.py"})}, "file", &baseline);
   ASSERT_EQ(files.kept.size(), 1u);
   EXPECT_EQ(files.kept.front().nodes.front(), "c.py");
   EXPECT_EQ(files.hidden, 1);

@@ -23,11 +23,7 @@ using Json = nlohmann::ordered_json;
 class CiLoop : public ::testing::Test {
  protected:
   void SetUp() override {
-    root = fs::path(::testing::TempDir()) / ("quarry_ci_loop_" + std::to_string(getpid()));
-    fs::remove_all(root);
-    fs::copy(fs::path(QUARRY_SOURCE_DIR) / "examples" / "bookstore", root,
-             fs::copy_options::recursive);
-    fs::remove_all(root / ".quarry");
+    root = testing::copy_example_project("quarry_ci_loop");
     index();
   }
   void TearDown() override {
@@ -50,8 +46,8 @@ class CiLoop : public ::testing::Test {
     std::ifstream in(root / relative);
     std::stringstream text;
     text << in.rdbuf();
-    std::ofstream(root / relative) << std::string(static_cast<std::size_t>(lines), '\n')
-                                   << text.str();
+    std::ofstream(root / relative)
+        << std::string(static_cast<std::size_t>(lines), '\n') << text.str();
   }
 
   fs::path root;

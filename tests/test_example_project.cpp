@@ -19,11 +19,7 @@ using Json = nlohmann::ordered_json;
 class ExampleProject : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    root_ = fs::path(::testing::TempDir()) / ("quarry_bookstore_" + std::to_string(getpid()));
-    fs::remove_all(root_);
-    fs::copy(fs::path(QUARRY_SOURCE_DIR) / "examples" / "bookstore", root_,
-             fs::copy_options::recursive);
-    fs::remove_all(root_ / ".quarry");
+    root_ = testing::copy_example_project("quarry_bookstore");
     ASSERT_EQ(run({"index", root_.string()}).first, 0);
   }
   static void TearDownTestSuite() { fs::remove_all(root_); }

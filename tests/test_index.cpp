@@ -88,6 +88,16 @@ std::unique_ptr<Repository> TestIndex::open() {
   return std::make_unique<Repository>(path_);
 }
 
+std::filesystem::path copy_example_project(const std::string& name) {
+  namespace fs = std::filesystem;
+  const fs::path root = fs::path(::testing::TempDir()) / (name + "_" + std::to_string(getpid()));
+  fs::remove_all(root);
+  fs::copy(fs::path(QUARRY_SOURCE_DIR) / "examples" / "bookstore", root,
+           fs::copy_options::recursive);
+  fs::remove_all(root / ".quarry");
+  return root;
+}
+
 CliResult run_cli(std::vector<std::string> args) {
   args.insert(args.begin(), "quarry");
   std::ostringstream out, err;

@@ -33,8 +33,8 @@ class NotFoundError : public std::runtime_error {
 // action that the chosen command set up while its options were parsed.
 struct Context {
   std::string db_path = ".quarry/index.db";
-  bool db_given = false;  // whether --db was on the command line
-  std::string config_path;  // --config; empty: found from the working directory upward
+  bool db_given = false;        // whether --db was on the command line
+  std::string config_path;      // --config; empty: found from the working directory upward
   std::ostream* err = nullptr;  // warnings
   int status = 0;               // the exit status when the action returns: 3 for --fail-on
   // The output format (--format, or --json); `json` tells whether it is json.

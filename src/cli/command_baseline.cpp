@@ -31,10 +31,9 @@ void add_baseline_command(CLI::App& app, Context& context) {
       DeadCodeOptions options = dead_code_options(config, *runtime_members);
       options.limit = std::numeric_limits<std::int64_t>::max();
       // What the ignores hide is never a finding; it has no place in the baseline either.
-      auto symbols =
-          report::filter_dead_code(repo->get_dead_code(options).symbols, nullptr,
-                                   ignored_names(config))
-              .kept;
+      auto symbols = report::filter_dead_code(repo->get_dead_code(options).symbols, nullptr,
+                                              ignored_names(config))
+                         .kept;
       std::vector<CycleComponent> cycles = repo->find_circular_dependencies("component");
       for (CycleComponent& cycle : repo->find_circular_dependencies("file"))
         cycles.push_back(std::move(cycle));
@@ -56,8 +55,7 @@ void add_baseline_command(CLI::App& app, Context& context) {
                    << count_of(static_cast<std::int64_t>(baseline.dead_code.size()),
                                "dead-code finding", "dead-code findings")
                    << " and "
-                   << count_of(static_cast<std::int64_t>(baseline.cycles.size()), "cycle",
-                               "cycles")
+                   << count_of(static_cast<std::int64_t>(baseline.cycles.size()), "cycle", "cycles")
                    << " to " << printable(file.string()) << '\n';
     };
   });

@@ -49,8 +49,8 @@ void add_dead_code_command(CLI::App& app, Context& context) {
       const std::optional<std::string> fail_on =
           gate_fail_on(args->gate, config, {"certain", "likely", "any"});
       DeadCodeOptions options = dead_code_options(config, args->runtime_members);
-      const bool everything = context.format == report::Format::sarif ||
-                              context.format == report::Format::github;
+      const bool everything =
+          context.format == report::Format::sarif || context.format == report::Format::github;
       if (everything) options.limit = UNLIMITED;
       if (limit->count() > 0) options.limit = parse_integer("--limit", args->limit, true);
       if (offset->count() > 0) options.offset = parse_integer("--offset", args->offset, true);
@@ -64,8 +64,8 @@ void add_dead_code_command(CLI::App& app, Context& context) {
       const std::optional<report::Baseline> baseline = gate_baseline(args->gate, config);
       const auto ignored = ignored_names(config);
       if (!baseline && !ignored && !fail_on) {
-        context.render(report::DeadCodeReport{.page = repo->get_dead_code(options),
-                                              .offset = options.offset});
+        context.render(
+            report::DeadCodeReport{.page = repo->get_dead_code(options), .offset = options.offset});
         return;
       }
       // Ignores, the baseline and the gate look at every finding; the page is cut after.
@@ -78,13 +78,13 @@ void add_dead_code_command(CLI::App& app, Context& context) {
       // Entries of other components are not stale because this one lacks them.
       if (options.component) filtered.stale = 0;
       if (fail_on && report::failing_dead_code(filtered.kept, *fail_on) > 0) context.status = 3;
-      report::DeadCodeReport report{.offset = page_offset,
-                                    .baseline = {.used = baseline.has_value(),
-                                                 .hidden = filtered.hidden,
-                                                 .stale = filtered.stale}};
+      report::DeadCodeReport report{
+          .offset = page_offset,
+          .baseline = {
+              .used = baseline.has_value(), .hidden = filtered.hidden, .stale = filtered.stale}};
       report.page.total_count = static_cast<std::int64_t>(filtered.kept.size());
-      const auto begin = std::min<std::size_t>(static_cast<std::size_t>(page_offset),
-                                               filtered.kept.size());
+      const auto begin =
+          std::min<std::size_t>(static_cast<std::size_t>(page_offset), filtered.kept.size());
       const auto end = begin + std::min<std::size_t>(static_cast<std::size_t>(page_limit),
                                                      filtered.kept.size() - begin);
       report.page.symbols.assign(std::make_move_iterator(filtered.kept.begin() + begin),

@@ -108,8 +108,8 @@ std::vector<std::string> exclude_globs(const Config& config, const std::filesyst
   if (prefix.empty() || prefix == ".") return config.exclude;
   std::vector<std::string> globs;
   for (std::string glob : config.exclude) {
-    const std::string_view body = std::string_view(glob).substr(
-        0, glob.ends_with('/') ? glob.size() - 1 : glob.size());
+    const std::string_view body =
+        std::string_view(glob).substr(0, glob.ends_with('/') ? glob.size() - 1 : glob.size());
     if (body.find('/') == std::string_view::npos || glob.starts_with("**/")) {
       globs.push_back(glob);
       continue;

@@ -10,6 +10,8 @@
 #include <memory>
 #include <string_view>
 
+#include "utils/upward.h"
+
 namespace quarry {
 
 namespace fs = std::filesystem;
@@ -225,7 +227,7 @@ Config load_config(const fs::path& path) {
 }
 
 std::optional<Config> find_config(const fs::path& start) {
-  for (fs::path dir = absolute_normal(start);; dir = dir.parent_path()) {
+  for (const fs::path& dir : directories_upward(start)) {
     std::error_code ec;
     const fs::path pyproject = dir / PYPROJECT;
     if (fs::is_regular_file(pyproject, ec)) {
@@ -241,8 +243,8 @@ std::optional<Config> find_config(const fs::path& start) {
     }
     const fs::path quarry_toml = dir / QUARRY_TOML;
     if (fs::is_regular_file(quarry_toml, ec)) return load_config(quarry_toml);
-    if (!dir.has_relative_path()) return std::nullopt;
   }
+  return std::nullopt;
 }
 
 }  // namespace quarry

@@ -95,8 +95,7 @@ void write_baseline(const std::filesystem::path& path, const Baseline& baseline)
   Json cycles = Json::array();
   for (const BaselineCycle& c : baseline.cycles)
     cycles.push_back(Json{{"type", c.type}, {"members", c.members}});
-  const Json document{
-      {"version", BASELINE_VERSION}, {"dead_code", dead_code}, {"cycles", cycles}};
+  const Json document{{"version", BASELINE_VERSION}, {"dead_code", dead_code}, {"cycles", cycles}};
 
   std::error_code ec;
   if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ec);
@@ -118,8 +117,7 @@ void write_baseline(const std::filesystem::path& path, const Baseline& baseline)
   }
 }
 
-Filtered<UnusedSymbol> filter_dead_code(std::vector<UnusedSymbol> symbols,
-                                        const Baseline* baseline,
+Filtered<UnusedSymbol> filter_dead_code(std::vector<UnusedSymbol> symbols, const Baseline* baseline,
                                         const std::function<bool(const std::string&)>& ignored) {
   Filtered<UnusedSymbol> result;
   std::set<BaselineSymbol> seen;

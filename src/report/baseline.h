@@ -84,8 +84,7 @@ struct Filtered {
 // `symbols` without those whose fqn `ignored` holds for and, when `baseline` is given,
 // without those it holds. Order is kept. `stale` counts the baseline's dead-code entries
 // that match no finding of `symbols` (ignored or not).
-Filtered<UnusedSymbol> filter_dead_code(std::vector<UnusedSymbol> symbols,
-                                        const Baseline* baseline,
+Filtered<UnusedSymbol> filter_dead_code(std::vector<UnusedSymbol> symbols, const Baseline* baseline,
                                         const std::function<bool(const std::string&)>& ignored);
 
 // `cycles` (all of level `type`) without those `baseline` holds; `stale` counts the
@@ -95,6 +94,7 @@ Filtered<CycleComponent> filter_cycles(std::vector<CycleComponent> cycles, const
 
 // The findings that make `--fail-on` fail: "certain" certain dead code, "likely" likely
 // dead code, "any" every finding. Throws std::invalid_argument for another `fail_on`.
-std::int64_t failing_dead_code(const std::vector<UnusedSymbol>& symbols, const std::string& fail_on);
+std::int64_t failing_dead_code(const std::vector<UnusedSymbol>& symbols,
+                               const std::string& fail_on);
 
 }  // namespace quarry::report

@@ -93,7 +93,7 @@ std::string message(const CycleComponent& cycle, std::string_view level) {
 std::string baseline_summary(const BaselineCounts& baseline) {
   if (!baseline.used) return "";
   std::string text = "; " + count_of(baseline.hidden, "finding hidden by the baseline",
-                                      "findings hidden by the baseline");
+                                     "findings hidden by the baseline");
   // Entries that no longer occur can be dropped by writing the baseline anew.
   if (baseline.stale > 0) {
     text += ", " + count_of(baseline.stale, "baseline entry no longer occurs",

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "utils/git_head.h"
+#include "utils/upward.h"
 
 namespace quarry {
 
@@ -94,19 +95,14 @@ void write_index_meta(Database& db, const IndexMeta& meta) {
 
 std::optional<fs::path> find_index(const fs::path& start) {
   try {
-    std::error_code ec;
-    fs::path dir = fs::absolute(start, ec).lexically_normal();
-    if (ec) return std::nullopt;
-    if (!dir.has_filename()) dir = dir.parent_path();  // a trailing separator
-    while (true) {
+    for (const fs::path& dir : directories_upward(start)) {
+      std::error_code ec;
       const fs::path index = dir / INDEX_DIR_NAME / INDEX_FILE_NAME;
       if (fs::is_regular_file(index, ec)) return index;
-      if (dir == dir.parent_path()) return std::nullopt;
-      dir = dir.parent_path();
     }
   } catch (const std::exception&) {
-    return std::nullopt;
   }
+  return std::nullopt;
 }
 
 bool index_is_stale(const IndexMeta& meta, const fs::path& root) {

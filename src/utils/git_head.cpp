@@ -6,6 +6,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "utils/upward.h"
+
 namespace quarry {
 
 namespace fs = std::filesystem;
@@ -111,11 +113,8 @@ std::optional<std::string> head_commit(const fs::path& git_dir) {
 
 std::optional<fs::path> find_git_dir(const fs::path& start) {
   try {
-    std::error_code ec;
-    fs::path dir = fs::absolute(start, ec).lexically_normal();
-    if (ec) return std::nullopt;
-    if (!dir.has_filename()) dir = dir.parent_path();  // a trailing separator
-    while (true) {
+    for (const fs::path& dir : directories_upward(start)) {
+      std::error_code ec;
       const fs::path dot_git = dir / ".git";
       const auto status = fs::status(dot_git, ec);
       if (fs::is_directory(status)) return dot_git;
@@ -129,12 +128,10 @@ std::optional<fs::path> find_git_dir(const fs::path& start) {
         return git_dir;
       }
       if (fs::exists(status)) return std::nullopt;  // a .git that is neither
-      if (dir == dir.parent_path()) return std::nullopt;
-      dir = dir.parent_path();
     }
   } catch (const std::exception&) {
-    return std::nullopt;
   }
+  return std::nullopt;
 }
 
 std::optional<std::string> git_head_commit(const fs::path& start) {
