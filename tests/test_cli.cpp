@@ -89,6 +89,9 @@ TEST_F(CliTest, AnIdBeyondTheIntegerRangeMatchesNoSymbol) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(r.out.starts_with("#99999999999999999999: no proven callers\n")) << r.out;
   EXPECT_TRUE(r.out.ends_with("2 callers of 2 symbols\n")) << r.out;
+  // An id in range that matches no symbol is shown once.
+  EXPECT_EQ(run({"--db", db, "callers", "99999"}).out,
+            "#99999: no proven callers\n0 callers of 1 symbol\n");
   EXPECT_EQ(
       nlohmann::json::parse(run({"--db", db, "callers", "--json", "99999999999999999999"}).out),
       nlohmann::json::array());

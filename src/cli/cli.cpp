@@ -179,6 +179,9 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
       "dependency cycles, callers and impact.",
       "quarry");
   app.set_version_flag("--version", QUARRY_VERSION);
+  app.footer(
+      "Exit status: 0 the command ran; 1 the index cannot be used, or a name or component "
+      "matches nothing; 2 usage or configuration; 3 findings remain (--fail-on).");
   CLI::Option* db_option =
       app.add_option("--db", context.db_path,
                      "The index database (SQLite); default: the first .quarry/index.db from "
