@@ -1,4 +1,5 @@
-// Indexes a generated Python tree and reports lines per second, then times the dead-code
+// Indexes a generated Python tree and reports lines per second beside the parse-only floor
+// (the same files parsed by tree-sitter alone, as many threads), then times the dead-code
 // listing and the file-level cycles on the index it made.
 //
 //   bench_index [LINES]   (default 200000)
@@ -9,6 +10,7 @@
 #include <iostream>
 
 #include "indexer/indexer.h"
+#include "parse_floor.h"
 #include "python_tree.h"
 #include "storage/repository.h"
 
@@ -36,6 +38,10 @@ int main(int argc, char** argv) {
   std::printf("indexed %zu lines in %zu files: %.2f s, %.0f lines/s (%zu symbols, %zu edges)\n",
               lines, summary.python_files, index_seconds,
               static_cast<double>(lines) / index_seconds, summary.symbols, summary.edges);
+
+  const auto floor = quarry::bench::parse_floor(root);
+  std::printf("parse-only floor: %.2f s; index / floor: %.2fx\n", floor.seconds,
+              index_seconds / floor.seconds);
 
   quarry::Repository repo(db);
   std::int64_t dead = 0;

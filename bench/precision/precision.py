@@ -53,6 +53,18 @@ def copy_library(lib, dest):
         shutil.copytree(source, target, ignore=shutil.ignore_patterns("__pycache__", *lib.exclude))
 
 
+def parse_floor(quarry, root):
+    """Seconds that tree-sitter alone takes to read and parse the tree's Python files (the
+    floor under `quarry index`), by bench/parse_floor beside the quarry binary; None when
+    that program is missing."""
+    program = os.path.join(os.path.dirname(quarry), "bench", "parse_floor")
+    if not os.path.exists(program):
+        return None
+    start = time.monotonic()
+    subprocess.run([program, root], check=True, capture_output=True)
+    return round(time.monotonic() - start, 2)
+
+
 def run_quarry(quarry, root):
     """Indexes `root` and returns (seconds, database, every dead-code finding by fqn, and the
     index's own count of how the calls of the repository's names were bound)."""
@@ -180,6 +192,7 @@ def measure(lib, quarry, keep):
         plants.plant(lib, root)
         files = own_files(lib, root)
         seconds, db, findings, calls = run_quarry(quarry, root)
+        floor = parse_floor(quarry, root)
         vulture = run_vulture(root, lib.package)
         rows = measure_plants(lib, root, db, findings, vulture)
         return {
@@ -188,6 +201,7 @@ def measure(lib, quarry, keep):
             "files": len(files),
             "lines": count_lines(root, files),
             "index_seconds": round(seconds, 2),
+            "parse_floor_seconds": floor,
             "findings": len(findings),
             "plants": rows,
             "coverage": coverage.measure(root, files, db),
@@ -212,7 +226,8 @@ def summary_row(r):
         r["library"],
         str(r["files"]),
         f"{r['lines']:,}",
-        f"{r['index_seconds']:.1f}",
+        f"{r['index_seconds']:.2f}"
+        + (f" ({r['parse_floor_seconds']:.2f})" if r.get("parse_floor_seconds") is not None else ""),
         pct(dead, lambda p: p["quarry"]) + " / " + pct(dead, lambda p: p["vulture"]),
         str(sum(1 for p in live if p["quarry"] == "certain")),
         pct(live, lambda p: p["quarry"] == "likely") + " / " + pct(live, lambda p: p["vulture"]),
@@ -241,7 +256,7 @@ HEADER = [
     "library",
     "files",
     "lines",
-    "index s",
+    "index s (parse floor s)",
     "dead found quarry / vulture",
     "live certain",
     "live likely quarry / vulture reported",

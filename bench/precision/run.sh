@@ -12,5 +12,5 @@ if [ ! -d grammars/node_modules ]; then
   exit 2
 fi
 [ -f "$build/build.ninja" ] || cmake -S . -B "$build" -G Ninja >/dev/null
-cmake --build "$build" --target quarry >/dev/null
+cmake --build "$build" --target quarry parse_floor >/dev/null
 exec /usr/bin/python3 bench/precision/precision.py --quarry "$build/quarry" --results "$build/precision" "$@"

@@ -1,0 +1,20 @@
+// The floor under indexing: the Python files of a tree read and parsed with the pinned
+// grammar by tree-sitter alone, on as many threads as the indexer uses, nothing else.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+
+namespace quarry::bench {
+
+struct ParseFloor {
+  std::size_t files = 0;
+  std::size_t bytes = 0;
+  double seconds = 0;  // wall time of reading and parsing them all
+};
+
+// Reads and parses every `.py` and `.pyi` file below `root` (skipping `.git` and
+// `.quarry`) on `threads` threads (0: one per core).
+ParseFloor parse_floor(const std::filesystem::path& root, unsigned threads = 0);
+
+}  // namespace quarry::bench
