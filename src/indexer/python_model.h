@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -113,8 +114,9 @@ struct Use {
   int source = 0;  // the definition the edge comes from
   std::vector<std::string> chain;
   std::int64_t line = 0;
-  // For an import: what it imported (the chain is empty).
-  std::optional<Binding> imported;
+  // For an import: what it imported (the chain is empty). Shared, not held, so that a
+  // use stays small: a file has many uses and few imports.
+  std::shared_ptr<const Binding> imported;
   // For a call: what its arguments are, as far as a hint tells (names, attributes, calls).
   std::vector<Argument> arguments;
 };

@@ -238,7 +238,7 @@ class ModelBuilder {
   }
 
   void use(UseKind kind, int scope, int source, std::vector<std::string> chain, std::int64_t line) {
-    m_.uses.push_back({kind, scope, source, std::move(chain), line, std::nullopt});
+    m_.uses.push_back({kind, scope, source, std::move(chain), line, nullptr});
   }
 
   // The dotted chain an expression names: "a.b.c" as {a, b, c}; super().m as {"", m}.
@@ -877,7 +877,8 @@ class ModelBuilder {
 
   // An import edge from the importing definition to what `binding` names.
   void import_use(const Frame& frame, const Binding& binding, std::int64_t line) {
-    m_.uses.push_back({UseKind::import, frame.scope, frame.owner, {}, line, binding});
+    m_.uses.push_back({UseKind::import, frame.scope, frame.owner, {}, line,
+                       std::make_shared<const Binding>(binding)});
   }
 
   // Binds an imported name in the scope and, in a module or class, makes it a symbol.
