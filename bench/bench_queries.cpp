@@ -1,10 +1,13 @@
 // The quality queries on the generated indexes of scales S, M and L (argument 0, 1, 2):
 // callers, impact from a hub, dead-code pages and dependency cycles, each with its peak
 // memory. The file-level cycles are set beside the time SQLite alone takes to run the
-// statement that gathers the file graph, traced from the same operation.
+// statement that joins the file dependencies in SQL.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <limits>
 #include <map>
+#include <optional>
 #include <random>
 
 #include "bench_support.h"
@@ -59,17 +62,64 @@ void BM_CallersOf(benchmark::State& state) {
   state.counters["callers"] = static_cast<double>(callers);
 }
 
-void BM_ImpactFromHub(benchmark::State& state) {
+// Impact from the busiest hub; with `statements`, every level by the caller statements
+// (as before the call graph could be read into memory).
+void impact_from_hub(benchmark::State& state, bool statements) {
   auto& repo = repository(scale_arg(state.range(0)));
   std::size_t callers = 0;
   PeakMemory memory;
   for (auto _ : state) {
-    const auto impact = repo.analyze_impact(quarry::bench::hub_fqn(0), state.range(1));
+    const auto impact = repo.analyze_impact_walk(
+        quarry::bench::hub_fqn(0), state.range(1), false,
+        statements ? std::optional(std::numeric_limits<std::size_t>::max()) : std::nullopt);
     callers = impact.direct_callers.size() + impact.transitive_callers.size();
     benchmark::DoNotOptimize(impact);
   }
   memory.report(state);
   state.counters["callers"] = static_cast<double>(callers);
+}
+
+// The fqn of a median symbol: of 101 sampled functions and methods, the one in the middle
+// by its number of direct proven callers.
+std::string median_fqn(Scale scale) {
+  auto& repo = repository(scale);
+  std::vector<std::pair<std::size_t, std::int64_t>> counted;
+  for (const std::int64_t id : sample_ids(scale, 101))
+    counted.emplace_back(repo.callers_of({id}).size(), id);
+  std::sort(counted.begin(), counted.end());
+  const auto row = repo.db().fetchone("SELECT fqn FROM symbols WHERE id = ?",
+                                      {counted[counted.size() / 2].second});
+  return quarry::to_text(row->at(0));
+}
+
+void BM_ImpactFromMedian(benchmark::State& state) {
+  const Scale scale = scale_arg(state.range(0));
+  auto& repo = repository(scale);
+  const std::string fqn = median_fqn(scale);
+  std::size_t callers = 0;
+  PeakMemory memory;
+  for (auto _ : state) {
+    const auto impact = repo.analyze_impact(fqn, state.range(1));
+    callers = impact.direct_callers.size() + impact.transitive_callers.size();
+    benchmark::DoNotOptimize(impact);
+  }
+  memory.report(state);
+  state.counters["callers"] = static_cast<double>(callers);
+}
+
+void BM_ImpactFromHub(benchmark::State& state) {
+  impact_from_hub(state, false);
+}
+void BM_ImpactFromHubStatements(benchmark::State& state) {
+  impact_from_hub(state, true);
+}
+
+// The row counts of every table, which the impact score read before it counted the files
+// alone.
+void BM_Stats(benchmark::State& state) {
+  auto& repo = repository(scale_arg(state.range(0)));
+  for (auto _ : state)
+    benchmark::DoNotOptimize(repo.get_stats());
 }
 
 void dead_code_page(benchmark::State& state, bool late) {
@@ -119,20 +169,35 @@ void BM_CyclesFile(benchmark::State& state) {
   cycles(state, "file");
 }
 
-// The one statement of the file-level cycles, as that operation runs it, stepped through
-// by SQLite alone.
+// The file-level cycles as they were built before: the graph from the pairs of paths of
+// the one statement that joins the dependencies in SQL.
+void BM_CyclesFileByStatement(benchmark::State& state) {
+  auto& repo = repository(scale_arg(state.range(0)));
+  std::size_t found = 0;
+  PeakMemory memory;
+  for (auto _ : state) {
+    quarry::DependencyGraph::Builder graph;
+    for (const auto& [source, target] : repo.production_file_dependencies()) {
+      graph.add_edge(source, target);
+      graph.add_node(target);
+    }
+    const auto entries = quarry::condense_cycles(graph.build(), "file");
+    found = entries.size();
+    benchmark::DoNotOptimize(entries);
+  }
+  memory.report(state);
+  state.counters["cycles"] = static_cast<double>(found);
+}
+
+// The one statement that joins the file-level dependencies in SQL (what the file-level
+// cycles ran before they joined the tables in memory), stepped through by SQLite alone.
 void BM_CyclesFileStatement(benchmark::State& state) {
   auto& repo = repository(scale_arg(state.range(0)));
-  const auto traced =
-      quarry::bench::trace_statements(repo.db(), [&] { repo.find_circular_dependencies("file"); });
-  if (traced.size() != 1) {
-    state.SkipWithError("the file-level cycles ran other than one statement");
-    return;
-  }
+  const std::string sql = quarry::detail::production_file_dependencies_sql();
   std::int64_t rows = 0;
   PeakMemory memory;
   for (auto _ : state)
-    rows = quarry::bench::step_through(repo.db(), traced.front().sql);
+    rows = quarry::bench::step_through(repo.db(), sql);
   memory.report(state);
   state.counters["rows"] = static_cast<double>(rows);
 }
@@ -151,10 +216,20 @@ BENCHMARK(BM_ImpactFromHub)
     ->ArgNames({"scale", "depth"})
     ->ArgsProduct({{0, 1, 2}, {1, 5}})
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ImpactFromHubStatements)
+    ->ArgNames({"scale", "depth"})
+    ->ArgsProduct({{0, 1, 2}, {5}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Stats)->Apply(scales);
+BENCHMARK(BM_ImpactFromMedian)
+    ->ArgNames({"scale", "depth"})
+    ->ArgsProduct({{0, 1, 2}, {5}})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DeadCodeFirstPage)->Apply(scales);
 BENCHMARK(BM_DeadCodeLatePage)->Apply(scales);
 BENCHMARK(BM_CyclesComponent)->Apply(scales);
 BENCHMARK(BM_CyclesFile)->Apply(scales);
+BENCHMARK(BM_CyclesFileByStatement)->Apply(scales);
 BENCHMARK(BM_CyclesFileStatement)->Apply(scales);
 
 BENCHMARK_MAIN();

@@ -9,21 +9,21 @@
 namespace quarry {
 namespace {
 
-// A repository whose statistics and symbol lookup a test can replace, counting how often
-// the statistics are read.
+// A repository whose file count and symbol lookup a test can replace, counting how often
+// the file count is read.
 struct StubbedRepository : Repository {
   using Repository::calculate_impact_score;
   using Repository::Repository;
 
-  std::map<std::string, std::int64_t> get_stats() override {
+  std::optional<std::int64_t> file_count() override {
     ++stats_reads;
-    return stats ? *stats : Repository::get_stats();
+    return files ? *files : Repository::file_count();
   }
   std::optional<Symbol> get_symbol_by_fqn(const std::string& fqn) override {
     return symbol ? *symbol : Repository::get_symbol_by_fqn(fqn);
   }
 
-  std::optional<std::map<std::string, std::int64_t>> stats;
+  std::optional<std::optional<std::int64_t>> files;
   std::optional<std::optional<Symbol>> symbol;
   int stats_reads = 0;
 };
@@ -40,14 +40,13 @@ TEST(ImpactScore, RoundingFormulaAndStatistics) {
   testing::TestIndex index;
   index.close();
   StubbedRepository repo(index.path());
-  // Affected files and components, the index's "files" statistic (-1: none), the score.
+  // Affected files and components, the index's file count (-1: unknown), the score.
   const std::vector<std::tuple<std::int64_t, std::int64_t, std::int64_t, double>> cases = {
       {0, 50, 10, 0.0},  {1, 0, 1, 0.72},    {3, 2, 100, 0.204}, {1, 0, 1000, 0.121},
       {5, 0, 16, 0.307}, {2, 105, 10, 0.52}, {2, 106, 10, 0.52}, {50, 200, 50, 1.0},
       {1, 0, 0, 0.72},   {4, 0, 2, 0.72},    {1, 0, -1, 0.72}};
   for (const auto& [files, components, index_files, expected] : cases) {
-    repo.stats = std::map<std::string, std::int64_t>{{"symbols", 7}};
-    if (index_files >= 0) (*repo.stats)["files"] = index_files;
+    repo.files = index_files >= 0 ? std::optional(index_files) : std::nullopt;
     repo.stats_reads = 0;
     EXPECT_EQ(repo.calculate_impact_score(files, components), expected) << files;
     EXPECT_EQ(repo.stats_reads, files == 0 ? 0 : 1) << files;

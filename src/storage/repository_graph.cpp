@@ -1,5 +1,8 @@
 #include "storage/repository_graph.h"
 
+#include <sqlite3.h>
+
+#include <algorithm>
 #include <array>
 #include <string_view>
 
@@ -22,5 +25,100 @@ std::map<std::string, std::int64_t> GraphQueries::get_stats() {
   }
   return stats;
 }
+
+namespace detail {
+
+namespace {
+
+[[noreturn]] void fail(Database& db) {
+  throw DatabaseError(db.path(), sqlite3_errmsg(db.handle()));
+}
+
+}  // namespace
+
+RowScan::RowScan(Database& db, std::string_view sql, const Params& params) : db_(db) {
+  if (sqlite3_prepare_v2(db.handle(), sql.data(), static_cast<int>(sql.size()), &statement_,
+                         nullptr) != SQLITE_OK) {
+    fail(db);
+  }
+  if (statement_ == nullptr) throw DatabaseError(db.path(), "empty statement");
+  const int expected = sqlite3_bind_parameter_count(statement_);
+  if (expected != static_cast<int>(params.size())) {
+    sqlite3_finalize(statement_);
+    throw DatabaseError(db.path(), "statement has " + std::to_string(expected) +
+                                       " placeholders but " + std::to_string(params.size()) +
+                                       " values were given");
+  }
+  for (int i = 0; i < expected; ++i) {
+    const Value& value = params[static_cast<std::size_t>(i)];
+    int status = SQLITE_OK;
+    if (const auto* number = std::get_if<std::int64_t>(&value)) {
+      status = sqlite3_bind_int64(statement_, i + 1, *number);
+    } else if (const auto* real = std::get_if<double>(&value)) {
+      status = sqlite3_bind_double(statement_, i + 1, *real);
+    } else if (const auto* text = std::get_if<std::string>(&value)) {
+      status = sqlite3_bind_text64(statement_, i + 1, text->data(), text->size(), SQLITE_TRANSIENT,
+                                   SQLITE_UTF8);
+    } else {
+      status = sqlite3_bind_null(statement_, i + 1);
+    }
+    if (status != SQLITE_OK) {
+      const std::string message = sqlite3_errmsg(db.handle());
+      sqlite3_finalize(statement_);
+      throw DatabaseError(db.path(), message);
+    }
+  }
+}
+
+RowScan::~RowScan() {
+  sqlite3_finalize(statement_);
+}
+
+bool RowScan::next() {
+  const int status = sqlite3_step(statement_);
+  if (status == SQLITE_ROW) return true;
+  if (status == SQLITE_DONE) return false;
+  fail(db_);
+}
+
+bool RowScan::is_integer(int column) const {
+  return sqlite3_column_type(statement_, column) == SQLITE_INTEGER;
+}
+
+bool RowScan::is_null(int column) const {
+  return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
+
+std::int64_t RowScan::integer(int column) const {
+  return sqlite3_column_int64(statement_, column);
+}
+
+std::string_view RowScan::text(int column) const {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
+  const int size = sqlite3_column_bytes(statement_, column);
+  return text == nullptr ? std::string_view()
+                         : std::string_view(text, static_cast<std::size_t>(size));
+}
+
+IdPositions::IdPositions(const std::vector<std::int64_t>& ids) {
+  if (ids.empty()) return;
+  const auto [low, high] = std::minmax_element(ids.begin(), ids.end());
+  low_ = *low;
+  const std::uint64_t span = static_cast<std::uint64_t>(*high) - static_cast<std::uint64_t>(*low);
+  // A table at most four times as long as the ids, else a hash map.
+  if (span / 4 >= ids.size()) {
+    sparse_mode_ = true;
+    sparse_.reserve(ids.size());
+    for (std::size_t i = 0; i < ids.size(); ++i)
+      sparse_.emplace(ids[i], static_cast<std::uint32_t>(i));
+    return;
+  }
+  table_.assign(static_cast<std::size_t>(span) + 1, NONE);
+  for (std::size_t i = 0; i < ids.size(); ++i)
+    table_[static_cast<std::uint64_t>(ids[i]) - static_cast<std::uint64_t>(low_)] =
+        static_cast<std::uint32_t>(i);
+}
+
+}  // namespace detail
 
 }  // namespace quarry

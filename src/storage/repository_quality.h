@@ -65,6 +65,14 @@ struct CycleComponent : CircularDependency {
   bool operator==(const CycleComponent&) const = default;
 };
 
+// The dependencies between production files over code edges that are no guess: `paths`
+// ascending, each once, and the pairs (dependent, depended on) as positions in `paths`,
+// ascending, each once.
+struct FileDependencies {
+  std::vector<std::string> paths;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> pairs;
+};
+
 struct CallersOptions {
   bool guessed = false;               // guessed callers instead of proven ones
   std::optional<std::int64_t> limit;  // at most this many callers per asked symbol
@@ -114,6 +122,14 @@ class QualityQueries {
   ImpactAnalysis analyze_impact(const std::string& fqn, std::int64_t depth = 3,
                                 bool include_tests = false);
 
+  // analyze_impact, with the levels after the first that hold at least `memory_threshold`
+  // ids looked up in the call graph read into memory (one sequential read of the source
+  // files, the symbols and the proven call edges) rather than by callers_of; once read,
+  // the graph serves every later level. Both ways give the same analysis. Without a
+  // threshold, a level is walked in memory when it is large beside the index's edges.
+  ImpactAnalysis analyze_impact_walk(const std::string& fqn, std::int64_t depth, bool include_tests,
+                                     std::optional<std::size_t> memory_threshold);
+
   // One page of dead code: the definitions of production source files that nothing in
   // production code uses, other than through a guess between same-named definitions, and
   // that are no entry point, export, module-level state or symbol whose uses the index
@@ -138,10 +154,23 @@ class QualityQueries {
   // depends on.
   DependencyGraph dependency_graph(std::string_view level = "component");
 
+  // The distinct pairs (dependent file, file depended on) over code edges that are no
+  // guess between two different production files, from one statement that joins them in
+  // SQL, in its row order.
+  std::vector<std::pair<std::string, std::string>> production_file_dependencies();
+
+  // The same dependencies as production_file_dependencies, from one sequential read of
+  // the production files, of the symbols' files and of the code edges that are no guess,
+  // joined in memory. This is what the file-level graph is built from.
+  FileDependencies scan_file_dependencies();
+
   // Host operations the queries rely on; the repository supplies them.
   virtual Database& db() = 0;
-  // Row counts of the index; "files" is read for the impact score.
+  // Row counts of the index.
   virtual std::map<std::string, std::int64_t> get_stats() = 0;
+  // The number of files in the index, the one statistic the impact score reads, or nothing
+  // when the host cannot tell. Counts the files table alone.
+  virtual std::optional<std::int64_t> file_count();
   // The symbol with that fqn (smallest id), or nothing.
   virtual std::optional<Symbol> get_symbol_by_fqn(const std::string& fqn) = 0;
   // Dependencies between components over code edges that are no guess.
@@ -155,7 +184,7 @@ class QualityQueries {
       const std::vector<std::string>& paths) = 0;
 
   // The impact score of a change that affects these many files and components, rounded
-  // to three decimals; reads get_stats() only when `affected_file_count` is not 0.
+  // to three decimals; reads file_count() only when `affected_file_count` is not 0.
   double calculate_impact_score(std::int64_t affected_file_count,
                                 std::int64_t affected_component_count);
 
@@ -164,16 +193,14 @@ class QualityQueries {
   // the alias uf that holds for production files; an empty `component` means all.
   static std::pair<std::string, Params> dead_code_candidates(
       const std::string& production, const std::optional<std::string>& component);
-
-  // The distinct pairs (dependent file, file depended on) over code edges that are no
-  // guess between two different production files.
-  std::vector<std::pair<std::string, std::string>> production_file_dependencies();
 };
 
 namespace detail {
 
 // "e.resolution IN ('ambiguous', 'model')": the edge aliased e is a guess.
 extern const std::string GUESSED_SQL;
+// The statement of production_file_dependencies.
+std::string production_file_dependencies_sql();
 // The most symbol ids one caller statement binds.
 inline constexpr std::size_t MAX_BOUND_IDS = MAX_BOUND_VALUES;
 // "('inherits', 'implements')", to follow "b.kind IN ".

@@ -1,0 +1,99 @@
+// The in-memory walks against the statements they stand for, on a generated index: impact
+// levels looked up in the call graph read into memory against the caller statements, and
+// the file dependencies joined in memory against the one statement that joins them in SQL.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <limits>
+#include <random>
+
+#include "storage/repository.h"
+#include "test_index.h"
+
+namespace quarry {
+namespace {
+
+// A hub called by 1,100 symbols (so that the next level spans two blocks of asked ids),
+// and 6,000 edges drawn at random over 1,500 symbols in 40 files: test files, files of a
+// language that is no source, repeated paths and start lines, every edge kind and
+// resolution, call lines missing.
+void generate(testing::TestIndex& index, std::vector<std::int64_t>& symbols) {
+  std::mt19937_64 random(11);
+  const auto pick = [&random](std::size_t size) {
+    return static_cast<std::size_t>(random() % size);
+  };
+  const std::int64_t core = index.component("core"), web = index.component("web");
+  std::vector<std::int64_t> files;
+  for (int i = 0; i < 40; ++i) {
+    const std::string path = i % 9 == 4    ? "tests/test_m" + std::to_string(i) + ".py"
+                             : i % 13 == 7 ? "docs/page" + std::to_string(i % 2) + ".md"
+                                           : "pkg/m" + std::to_string(i % 37) + ".py";
+    files.push_back(
+        index.file(path, path.ends_with(".md") ? "markdown" : "python", i % 3 == 0 ? web : core));
+  }
+  for (int i = 0; i < 1500; ++i) {
+    const auto file = files[pick(files.size())];
+    symbols.push_back(index.symbol(file, "f" + std::to_string(i),
+                                   i % 4 == 0 ? "method" : "function", "pkg.f" + std::to_string(i),
+                                   static_cast<std::int64_t>(pick(30))));
+  }
+  const std::vector<std::optional<std::string>> resolutions = {"exact",     "import", "exact",
+                                                               "ambiguous", "model",  std::nullopt};
+  const std::vector<std::string> kinds = {"call", "call", "call", "reference", "import", "link"};
+  const auto line = [&]() -> std::optional<std::int64_t> {
+    return pick(4) == 0 ? std::nullopt : std::optional<std::int64_t>(pick(500));
+  };
+  for (std::size_t i = 1; i <= 1100; ++i)
+    index.edge(symbols[i], symbols[0], "call", resolutions[pick(3)], line());
+  for (int i = 0; i < 6000; ++i) {
+    index.edge(symbols[pick(symbols.size())], symbols[pick(symbols.size())],
+               kinds[pick(kinds.size())], resolutions[pick(resolutions.size())], line());
+  }
+}
+
+TEST(GraphWalks, InMemoryLevelsAndFileJoinMatchTheStatements) {
+  testing::TestIndex index;
+  std::vector<std::int64_t> symbols;
+  generate(index, symbols);
+  index.close();
+  Repository repo(index.path());
+
+  constexpr std::size_t NEVER = std::numeric_limits<std::size_t>::max();
+  std::size_t transitive = 0;
+  for (const std::size_t root : {0, 1, 2, 17, 300, 1499}) {
+    const std::string fqn = "pkg.f" + std::to_string(root);
+    for (const std::int64_t depth : {2, 3, 5}) {
+      for (const bool include_tests : {false, true}) {
+        const ImpactAnalysis by_statements =
+            repo.analyze_impact_walk(fqn, depth, include_tests, NEVER);
+        // From the second level on, in memory.
+        EXPECT_EQ(repo.analyze_impact_walk(fqn, depth, include_tests, 1), by_statements)
+            << fqn << " " << depth << " " << include_tests;
+        EXPECT_EQ(repo.analyze_impact(fqn, depth, include_tests), by_statements) << fqn;
+        transitive += by_statements.transitive_callers.size();
+      }
+    }
+  }
+  EXPECT_GT(transitive, 500U);  // the walks reach deep into the graph
+
+  const FileDependencies scanned = repo.scan_file_dependencies();
+  std::vector<std::pair<std::string, std::string>> joined;
+  for (const auto& [source, target] : scanned.pairs)
+    joined.emplace_back(scanned.paths[source], scanned.paths[target]);
+  auto expected = repo.production_file_dependencies();
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(joined, expected);  // in ascending order, each once
+  EXPECT_GT(expected.size(), 100U);
+
+  DependencyGraph::Builder from_statement;
+  for (const auto& [source, target] : repo.production_file_dependencies()) {
+    from_statement.add_edge(source, target);
+    from_statement.add_node(target);
+  }
+  const auto cycles = repo.find_circular_dependencies("file");
+  EXPECT_EQ(cycles, condense_cycles(from_statement.build(), "file"));
+  EXPECT_FALSE(cycles.empty());
+}
+
+}  // namespace
+}  // namespace quarry
