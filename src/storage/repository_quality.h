@@ -214,9 +214,15 @@ inline constexpr std::array<std::string_view, 7> NOT_DEAD_CODE_KINDS{
     "constant", "variable", "file", "section", "import", "module", TOPLEVEL_KIND};
 // The common table expressions of the dead-code statements (runtime members, prefixes).
 extern const std::string DEAD_CODE_DATA;
+// A common table expression to follow DEAD_CODE_DATA (after a comma): guessed_name(name,
+// low_id, high_id), one row per name that has guessed uses from files for which
+// {production} holds, with the lowest and highest id of the definitions so used. It reads
+// the guessed edges once, so a flag on a candidate's name costs one lookup.
+extern const std::string GUESSED_NAMES;
 // Conditions under which the uses of the symbol aliased s cannot be seen in the index.
 extern const std::array<std::string, 6> UNSEEN_USES;
-// Conditions under which a candidate is only likely dead, each with its reason.
+// Conditions under which a candidate is only likely dead, each with its reason. The second
+// reads guessed_name, so a statement testing it defines GUESSED_NAMES.
 extern const std::array<std::pair<std::string, std::string>, 3> LIKELY_REASONS;
 
 // One row of the dead-code page (fqn, name, kind, path, start_line, tested, r0, r1, r2) as

@@ -89,11 +89,6 @@ DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
   Params params{json_string_array(members), json_string_array(DISPATCH_PREFIXES)};
   params.insert(params.end(), clause_params.begin(), clause_params.end());
 
-  DeadCodePage page;
-  const auto count =
-      db().fetchone(detail::DEAD_CODE_DATA + "SELECT COUNT(*) " + candidates, params);
-  page.total_count = count ? to_int(count->at(0)) : 0;
-
   std::string flags;
   std::string likely;
   for (std::size_t n = 0; n < detail::LIKELY_REASONS.size(); ++n) {
@@ -106,28 +101,61 @@ DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
              column;
     likely += column;
   }
-  const std::string tested = use_of_candidate(test_use);
 
-  const std::string sql = detail::DEAD_CODE_DATA +
-                          "SELECT * FROM (SELECT s.fqn, s.name, s.kind, f.path, s.start_line, "
-                          "EXISTS (" +
-                          tested + ") AS tested, " + flags + " " + candidates + ") ORDER BY (" +
-                          likely + "), path, start_line LIMIT ? OFFSET ?";
+  // The candidate filter runs once: the ranked statement orders every candidate by its
+  // flags, path and line and counts them all beside the page's ids and flags; the texts and
+  // the test use are then read for the page's rows alone.
+  const std::string ranked =
+      detail::DEAD_CODE_DATA + ", " +
+      fill_placeholder(detail::GUESSED_NAMES, "production", production) +
+      " SELECT id, r0, r1, r2, COUNT(*) OVER () FROM (SELECT s.id AS id, f.path AS path, "
+      "s.start_line AS start_line, " +
+      flags + " " + candidates + ") ORDER BY (" + likely + "), path, start_line LIMIT ? OFFSET ?";
   // One row more than the page decides whether more follow; the largest limit has no room
   // for it, and no index holds that many rows anyway.
   const std::int64_t limit = std::max<std::int64_t>(options.limit, 0);
   const std::int64_t fetch =
       options.limit == std::numeric_limits<std::int64_t>::max() ? options.limit : options.limit + 1;
-  params.emplace_back(fetch);
-  params.emplace_back(options.offset);
-  const std::vector<Row> rows = db().fetchall(sql, params);
+  Params ranked_params = params;
+  ranked_params.emplace_back(fetch);
+  ranked_params.emplace_back(options.offset);
+  const std::vector<Row> rows = db().fetchall(ranked, ranked_params);
+
+  DeadCodePage page;
+  page.truncated = static_cast<std::int64_t>(rows.size()) > limit;
+  if (!rows.empty()) {
+    page.total_count = to_int(rows.front().at(4));
+  } else if (options.offset > 0) {
+    // Past the last candidate the ranked statement has no row to carry the count.
+    const auto count =
+        db().fetchone(detail::DEAD_CODE_DATA + "SELECT COUNT(*) " + candidates, params);
+    page.total_count = count ? to_int(count->at(0)) : 0;
+  }
 
   const std::size_t shown = static_cast<std::size_t>(
       std::min<std::int64_t>(limit, static_cast<std::int64_t>(rows.size())));
-  page.symbols.reserve(shown);
-  for (std::size_t i = 0; i < shown; ++i)
-    page.symbols.push_back(detail::unused_symbol(rows[i]));
-  page.truncated = static_cast<std::int64_t>(rows.size()) > limit;
+  if (shown == 0) return page;
+  std::string ids = "[";
+  for (std::size_t i = 0; i < shown; ++i) {
+    if (i > 0) ids += ',';
+    ids += std::to_string(to_int(rows[i].at(0)));
+  }
+  ids += ']';
+  const std::string texts =
+      "SELECT j.key, s.fqn, s.name, s.kind, f.path, s.start_line, EXISTS (" +
+      use_of_candidate(test_use) +
+      ") FROM json_each(?) j JOIN symbols s ON s.id = j.value JOIN files f ON f.id = s.file_id "
+      "ORDER BY j.key";
+  const std::vector<Row> details = db().fetchall(texts, {Value{ids}});
+
+  page.symbols.reserve(details.size());
+  for (const Row& detail_row : details) {
+    // The page row's texts and test use, then its flags: the columns unused_symbol reads.
+    const Row& ranked_row = rows.at(static_cast<std::size_t>(to_int(detail_row.at(0))));
+    Row row(detail_row.begin() + 1, detail_row.end());
+    row.insert(row.end(), ranked_row.begin() + 1, ranked_row.begin() + 4);
+    page.symbols.push_back(detail::unused_symbol(row));
+  }
   return page;
 }
 
