@@ -138,7 +138,7 @@ std::unique_ptr<Repository> Context::open_repository() {
 }
 
 Config Context::configuration(const std::filesystem::path& start) const {
-  if (!config_path.empty()) return load_config(config_path);
+  if (given_config) return *given_config;
   std::error_code ec;
   const std::filesystem::path from = start.empty() ? std::filesystem::current_path(ec) : start;
   if (ec) return {};
@@ -218,7 +218,7 @@ int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& e
     choose_format(context, format_option->count() > 0, format_name,
                   app.get_subcommands().front()->get_name());
     // A --config that is malformed is an error whichever command runs.
-    if (!context.config_path.empty()) (void)load_config(context.config_path);
+    if (!context.config_path.empty()) context.given_config = load_config(context.config_path);
     if (context.action) context.action();
     return context.status;
   } catch (const CLI::ParseError& error) {

@@ -8,6 +8,7 @@
 #include <functional>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -33,10 +34,11 @@ class NotFoundError : public std::runtime_error {
 // action that the chosen command set up while its options were parsed.
 struct Context {
   std::string db_path = ".quarry/index.db";
-  bool db_given = false;        // whether --db was on the command line
-  std::string config_path;      // --config; empty: found from the working directory upward
-  std::ostream* err = nullptr;  // warnings
-  int status = 0;               // the exit status when the action returns: 3 for --fail-on
+  bool db_given = false;               // whether --db was on the command line
+  std::string config_path;             // --config; empty: found from the working directory upward
+  std::optional<Config> given_config;  // the --config file, read once
+  std::ostream* err = nullptr;         // warnings
+  int status = 0;                      // the exit status when the action returns: 3 for --fail-on
   // The output format (--format, or --json); `json` tells whether it is json.
   report::Format format = report::Format::text;
   bool json = false;

@@ -24,13 +24,12 @@ void add_cycles_command(CLI::App& app, Context& context) {
       const DependencyGraph graph = context.open_repository()->dependency_graph(*level);
       report::CyclesReport report = report::make_cycles_report(graph, *level);
       if (const auto baseline = gate_baseline(*gate, config)) {
-        std::vector<CycleComponent> cycles;
-        for (const report::CycleFinding& finding : report.cycles)
-          cycles.push_back(finding.cycle);
-        const auto filtered = report::filter_cycles(std::move(cycles), *level, &*baseline);
-        std::erase_if(report.cycles, [&](const report::CycleFinding& finding) {
-          return baseline->cycles.contains(report::baseline_identity(finding.cycle));
-        });
+        auto filtered =
+            report::filter_cycles(std::move(report.cycles), *level, &*baseline,
+                                  [](const report::CycleFinding& finding) -> const CycleComponent& {
+                                    return finding.cycle;
+                                  });
+        report.cycles = std::move(filtered.kept);
         report.baseline = {.used = true, .hidden = filtered.hidden, .stale = filtered.stale};
       }
       if (fail_on && !report.cycles.empty()) context.status = 3;

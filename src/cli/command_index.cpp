@@ -98,29 +98,6 @@ std::uintmax_t parse_size(std::string_view option, const std::string& text) {
   return static_cast<std::uintmax_t>(count) * unit;
 }
 
-// The configuration's exclude globs, written relative to its file's directory, made
-// relative to the indexed `root` (at or below that directory): a glob anchored inside
-// `root` loses the part above it, one anchored elsewhere is dropped, and one that matches
-// anywhere (no `/` but a trailing one, or a leading `**/`) stays as it is.
-std::vector<std::string> exclude_globs(const Config& config, const std::filesystem::path& root) {
-  if (config.directory.empty()) return config.exclude;
-  const std::string prefix = root.lexically_relative(config.directory).generic_string();
-  if (prefix.empty() || prefix == ".") return config.exclude;
-  std::vector<std::string> globs;
-  for (std::string glob : config.exclude) {
-    const std::string_view body =
-        std::string_view(glob).substr(0, glob.ends_with('/') ? glob.size() - 1 : glob.size());
-    if (body.find('/') == std::string_view::npos || glob.starts_with("**/")) {
-      globs.push_back(glob);
-      continue;
-    }
-    if (glob.starts_with("./")) glob.erase(0, 2);
-    if (glob.starts_with('/')) glob.erase(0, 1);
-    if (glob.starts_with(prefix + "/")) globs.push_back("/" + glob.substr(prefix.size() + 1));
-  }
-  return globs;
-}
-
 }  // namespace
 
 void add_index_command(CLI::App& app, Context& context) {
@@ -155,7 +132,7 @@ void add_index_command(CLI::App& app, Context& context) {
       options.quarry_version = QUARRY_VERSION;
       // The indexed tree's own configuration: found from DIR upward.
       const Config config = context.configuration(std::filesystem::absolute(*dir));
-      options.exclude = exclude_globs(config, std::filesystem::absolute(*dir).lexically_normal());
+      options.exclude = config.exclude_below(std::filesystem::absolute(*dir).lexically_normal());
       options.entry_points = config.entry_points;
       // Cleared also when the run fails, before the error is printed.
       auto progress = std::make_shared<ProgressLine>();

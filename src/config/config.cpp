@@ -205,6 +205,25 @@ std::optional<fs::path> Config::baseline_path() const {
   return (directory / written).lexically_normal();
 }
 
+std::vector<std::string> Config::exclude_below(const fs::path& root) const {
+  if (directory.empty()) return exclude;
+  const std::string prefix = root.lexically_relative(directory).generic_string();
+  if (prefix.empty() || prefix == ".") return exclude;
+  std::vector<std::string> globs;
+  for (std::string glob : exclude) {
+    const std::string_view body =
+        std::string_view(glob).substr(0, glob.ends_with('/') ? glob.size() - 1 : glob.size());
+    if (body.find('/') == std::string_view::npos || glob.starts_with("**/")) {
+      globs.push_back(glob);
+      continue;
+    }
+    if (glob.starts_with("./")) glob.erase(0, 2);
+    if (glob.starts_with('/')) glob.erase(0, 1);
+    if (glob.starts_with(prefix + "/")) globs.push_back("/" + glob.substr(prefix.size() + 1));
+  }
+  return globs;
+}
+
 Config load_config(const fs::path& path) {
   Config config;
   config.file = absolute_normal(path);

@@ -40,6 +40,12 @@ struct Config {
   // The baseline file, resolved against `directory` when written as a relative path;
   // nothing when no baseline is configured.
   std::optional<std::filesystem::path> baseline_path() const;
+
+  // The exclude globs made relative to `root` (absolute, lexically normal; at or below
+  // `directory`): a glob anchored inside `root` loses the part above it, one anchored
+  // elsewhere is dropped, and one that matches anywhere (no `/` but a trailing one, or a
+  // leading `**/`) stays as it is.
+  std::vector<std::string> exclude_below(const std::filesystem::path& root) const;
 };
 
 // Reads the configuration file at `path`. A file named pyproject.toml gives its

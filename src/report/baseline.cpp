@@ -138,27 +138,6 @@ Filtered<UnusedSymbol> filter_dead_code(std::vector<UnusedSymbol> symbols, const
   return result;
 }
 
-Filtered<CycleComponent> filter_cycles(std::vector<CycleComponent> cycles, const std::string& type,
-                                       const Baseline* baseline) {
-  Filtered<CycleComponent> result;
-  std::set<BaselineCycle> seen;
-  for (CycleComponent& c : cycles) {
-    BaselineCycle key = baseline_identity(c);
-    if (baseline != nullptr && baseline->cycles.contains(key)) {
-      seen.insert(std::move(key));
-      ++result.hidden;
-      continue;
-    }
-    result.kept.push_back(std::move(c));
-  }
-  if (baseline != nullptr) {
-    result.stale = std::count_if(baseline->cycles.begin(), baseline->cycles.end(),
-                                 [&](const BaselineCycle& c) { return c.type == type; }) -
-                   static_cast<std::int64_t>(seen.size());
-  }
-  return result;
-}
-
 std::int64_t failing_dead_code(const std::vector<UnusedSymbol>& symbols,
                                const std::string& fail_on) {
   if (fail_on == "any") return static_cast<std::int64_t>(symbols.size());

@@ -10,6 +10,7 @@
 // and its sorted members, so a finding keeps its identity when lines move above it.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -88,9 +89,33 @@ Filtered<UnusedSymbol> filter_dead_code(std::vector<UnusedSymbol> symbols, const
                                         const std::function<bool(const std::string&)>& ignored);
 
 // `cycles` (all of level `type`) without those `baseline` holds; `stale` counts the
-// baseline's cycles of that level that no longer occur.
-Filtered<CycleComponent> filter_cycles(std::vector<CycleComponent> cycles, const std::string& type,
-                                       const Baseline* baseline);
+// baseline's cycles of that level that no longer occur. `cycle_of` gives the cycle of a
+// finding (a CycleComponent itself, or a finding that holds one).
+template <typename Finding, typename CycleOf>
+Filtered<Finding> filter_cycles(std::vector<Finding> cycles, const std::string& type,
+                                const Baseline* baseline, CycleOf cycle_of) {
+  Filtered<Finding> result;
+  for (Finding& finding : cycles) {
+    // A level's cycles have distinct members, so each hides a baseline entry of its own.
+    if (baseline != nullptr && baseline->cycles.contains(baseline_identity(cycle_of(finding)))) {
+      ++result.hidden;
+      continue;
+    }
+    result.kept.push_back(std::move(finding));
+  }
+  if (baseline != nullptr) {
+    result.stale = std::count_if(baseline->cycles.begin(), baseline->cycles.end(),
+                                 [&](const BaselineCycle& c) { return c.type == type; }) -
+                   result.hidden;
+  }
+  return result;
+}
+
+inline Filtered<CycleComponent> filter_cycles(std::vector<CycleComponent> cycles,
+                                              const std::string& type, const Baseline* baseline) {
+  return filter_cycles(std::move(cycles), type, baseline,
+                       [](const CycleComponent& cycle) -> const CycleComponent& { return cycle; });
+}
 
 // The findings that make `--fail-on` fail: "certain" certain dead code, "likely" likely
 // dead code, "any" every finding. Throws std::invalid_argument for another `fail_on`.
