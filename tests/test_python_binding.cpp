@@ -253,6 +253,20 @@ TEST(PythonBinding, CodeOutsideTheRepositoryMayCallWhatItIsGiven) {
   };
   for (const auto& family : families)
     testing::check_binding(family);
+
+  // An instance handed out in many places is one guess per method, at the first place.
+  TempTree tree(SourceTree{{"m.py",
+                            "import io\n"
+                            "class Stream:\n    def readinto(self, b): pass\n"
+                            "def reader(s):\n"
+                            "    io.BufferedReader(Stream())\n"
+                            "    io.BufferedReader(s, Stream())\n"}});
+  tree.index();
+  Repository repo(tree.db());
+  EXPECT_EQ(repo.db().fetchall(
+                "SELECT e.line FROM edges e JOIN symbols t ON t.id = e.target_id "
+                "WHERE t.fqn = 'm.Stream.readinto'"),
+            (std::vector<Row>{{Value{std::int64_t{5}}}}));
 }
 
 TEST(PythonBinding, CountsHowCallsOfTheRepositorysNamesWereBound) {
@@ -265,10 +279,12 @@ TEST(PythonBinding, CountsHowCallsOfTheRepositorysNamesWereBound) {
                             "    kw.get('a')\n"     // a dict's, outside
                             "    x.put()\n"         // guessed
                             "    put()\n"           // unbound
+                            "    x.helper(Box())\n"  // unbound (what Box() may be used for
+                                                      // outside is no binding of helper)
                             "    print('a')\n"}});  // not a name defined here: not counted
   const auto summary = tree.index();
   EXPECT_EQ(summary.calls,
-            (indexer::CallBindings{.in_repository = 3, .outside = 1, .guessed = 1, .unbound = 1}));
+            (indexer::CallBindings{.in_repository = 4, .outside = 1, .guessed = 1, .unbound = 2}));
 }
 
 }  // namespace

@@ -2,7 +2,8 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,14 +25,36 @@ struct WriteCounts {
   std::size_t pending_references = 0;
 };
 
-// Writes the whole index, with `meta` in its meta table, into the new, empty file at `path`
-// (an IndexTarget's temporary file). `links[i]` belongs to `models[i]`; symbol ids are the
-// resolver's. Calls `progress` (when set) now and then with the steps done and their total
-// (a step per listed file, per file's links, and one for the lookup indexes), last with
-// done == total.
-WriteCounts write_index(const std::string& path, const std::vector<ListedFile>& files,
-                        const std::vector<FileModel>& models, const PythonResolver& resolver,
-                        const std::vector<FileLinks>& links, const IndexMeta& meta,
-                        const std::function<void(std::size_t done, std::size_t total)>& progress);
+// Writes a new index into an empty file in one transaction, in the order the indexer has
+// its parts: the listed files and their definitions once parsing is done, then each file's
+// links as resolving gives them, then the lookup indexes. One thread uses a writer at a
+// time; any SQLite failure throws DatabaseError.
+class IndexWriter {
+ public:
+  // Creates the tables in the new, empty file at `path` (an IndexTarget's temporary file)
+  // and writes `meta` into its meta table.
+  IndexWriter(const std::string& path, const IndexMeta& meta);
+  ~IndexWriter();
+  IndexWriter(const IndexWriter&) = delete;
+  IndexWriter& operator=(const IndexWriter&) = delete;
+
+  // Writes the components (one per directory holding Python files, numbered in name
+  // order), the listed files and the definitions of the parsed ones. `first_ids[m]` is the
+  // symbol id of the first definition of `models[m]` (first_symbol_ids).
+  void write_files(const std::vector<ListedFile>& files, const std::vector<FileModel>& models,
+                   const std::vector<std::int64_t>& first_ids);
+
+  // Writes one file's edges and pending references.
+  void write_links(const FileLinks& links);
+
+  // Adds the lookup indexes, commits and gathers the planner's statistics. Nothing may be
+  // written after it.
+  WriteCounts finish();
+
+ private:
+  struct Statements;
+  std::unique_ptr<Statements> statements_;
+  WriteCounts counts_;
+};
 
 }  // namespace quarry::indexer

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <ctime>
 #include <exception>
@@ -90,6 +91,57 @@ void run_parallel(std::size_t count, unsigned threads, Work&& work,
   }
   if (failure) std::rethrow_exception(failure);
 }
+
+// What the resolving workers and the index writer tell each other while the index is
+// written beside the resolving: which files' links are ready, and when either side stops.
+class WriteHandoff {
+ public:
+  explicit WriteHandoff(std::size_t files) : resolved_(files, false) {}
+
+  // A worker has put the links of `file` in place.
+  void resolved(std::size_t file) {
+    {
+      const std::lock_guard lock(mutex_);
+      resolved_[file] = true;
+    }
+    changed_.notify_all();
+  }
+  // Resolving has failed: the writer is to give up.
+  void stop() {
+    {
+      const std::lock_guard lock(mutex_);
+      stopped_ = true;
+    }
+    changed_.notify_all();
+  }
+  // For the writer: waits until the links of `file` are in place; false when resolving
+  // stopped first.
+  bool wait_resolved(std::size_t file) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return resolved_[file] || stopped_; });
+    return !stopped_;
+  }
+  // The writer has ended, whether it completed the index or not.
+  void writer_ended() {
+    {
+      const std::lock_guard lock(mutex_);
+      writer_ended_ = true;
+    }
+    changed_.notify_all();
+  }
+  // Waits at most `timeout` for the writer to end; whether it has.
+  bool wait_writer(std::chrono::milliseconds timeout) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, timeout, [&] { return writer_ended_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<bool> resolved_;
+  bool stopped_ = false;
+  bool writer_ended_ = false;
+};
 
 // The files of the tree, less the index's own: the index file and those named after it
 // (its lock, temporary and journal files), `.quarry/`, and any other directory of the tree
@@ -226,20 +278,53 @@ IndexSummary build_index(const IndexOptions& options) {
   summary.warnings.insert(summary.warnings.end(), configured_warnings.begin(),
                           configured_warnings.end());
 
-  const PythonResolver resolver(models);
+  // The index is written while the files are resolved: the files and definitions at once,
+  // each file's links as soon as they are resolved (in file order, freed once written), so
+  // that writing overlaps resolving and the links of the whole repository are never held
+  // at once.
+  const IndexMeta meta = meta_of(options);
   std::vector<FileLinks> links(models.size());
-  run_parallel(
-      models.size(), threads,
-      [&](unsigned, std::size_t i) {
-        on_file(PHASE_RESOLVING, models[i].path, [&] { links[i] = resolver.resolve(i); });
-      },
-      report(PHASE_RESOLVING, models.size()));
-
-  const WriteCounts counts =
-      write_index(target.temporary(), files, models, resolver, links, meta_of(options),
-                  [&](std::size_t done, std::size_t total) {
-                    if (options.progress) options.progress(PHASE_WRITING, done, total);
-                  });
+  WriteHandoff handoff(models.size());
+  std::atomic<std::size_t> written{0};
+  std::exception_ptr write_failure;
+  WriteCounts counts;
+  std::jthread writer([&] {
+    try {
+      IndexWriter index(target.temporary(), meta);
+      index.write_files(files, models, first_symbol_ids(models));
+      for (std::size_t i = 0; i < links.size() && handoff.wait_resolved(i); ++i) {
+        index.write_links(links[i]);
+        links[i].edges = {};
+        links[i].pending = {};
+        ++written;
+      }
+      if (written == links.size()) counts = index.finish();
+    } catch (...) {
+      write_failure = std::current_exception();
+    }
+    handoff.writer_ended();
+  });
+  try {
+    const PythonResolver resolver(models);
+    run_parallel(
+        models.size(), threads,
+        [&](unsigned, std::size_t i) {
+          on_file(PHASE_RESOLVING, models[i].path, [&] { links[i] = resolver.resolve(i); });
+          handoff.resolved(i);
+        },
+        report(PHASE_RESOLVING, models.size()));
+  } catch (...) {
+    handoff.stop();
+    throw;
+  }
+  // A step per file's links, and one for the lookup indexes.
+  const std::size_t write_steps = links.size() + 1;
+  while (!handoff.wait_writer(std::chrono::milliseconds(100))) {
+    if (options.progress) options.progress(PHASE_WRITING, written, write_steps);
+  }
+  writer.join();
+  if (write_failure) std::rethrow_exception(write_failure);
+  if (options.progress) options.progress(PHASE_WRITING, write_steps, write_steps);
   target.commit();
   ignore_index_dir(options.db_path, summary.warnings);
   for (const FileModel& model : models) {

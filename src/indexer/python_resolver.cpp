@@ -233,11 +233,21 @@ struct PythonResolver::Value {
   std::string module;
 };
 
+std::vector<std::int64_t> first_symbol_ids(const std::vector<FileModel>& files,
+                                           std::int64_t first_id) {
+  std::vector<std::int64_t> ids;
+  ids.reserve(files.size());
+  for (const FileModel& file : files) {
+    ids.push_back(first_id);
+    first_id += static_cast<std::int64_t>(file.definitions.size());
+  }
+  return ids;
+}
+
 PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t first_id)
-    : files_(files), first_id_(first_id) {
+    : files_(files), first_ids_(first_symbol_ids(files, first_id)), first_id_(first_id) {
   std::int64_t next = first_id;
   for (std::size_t f = 0; f < files.size(); ++f) {
-    first_ids_.push_back(next);
     const auto& definitions = files[f].definitions;
     for (std::size_t d = 0; d < definitions.size(); ++d) {
       where_.emplace_back(static_cast<std::uint32_t>(f), static_cast<std::uint32_t>(d));
@@ -754,6 +764,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
   FileLinks links;
   const FileModel& model = files_[file];
   overridden_outside(file, links);
+  HandedOver handed;
   for (const Use& use : model.uses) {
     const std::int64_t source = symbol_id(file, use.source);
     const std::string_view kind = edge_kind_of(use.kind);
@@ -802,15 +813,15 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       case Value::Kind::external:
         break;
     }
+    const bool made_edges = links.edges.size() > edges_before;
     const bool outside_call =
         value.kind == Value::Kind::external ||
-        (value.kind == Value::Kind::unknown && links.edges.size() == edges_before);
+        (value.kind == Value::Kind::unknown && !made_edges);
     if (use.kind == UseKind::call && outside_call && !use.arguments.empty() &&
         !(use.chain.size() == 1 && is_python_builtin(use.chain.front()))) {
-      handed_outside(file, use, links);
+      handed_outside(file, use, links, handed);
     }
     if (use.kind == UseKind::call && callables_by_name_.contains(use.chain.back())) {
-      const bool made_edges = links.edges.size() > edges_before;
       if (value.kind == Value::Kind::symbols && made_edges) {
         ++links.calls.in_repository;
       } else if (value.kind == Value::Kind::unknown && made_edges) {
@@ -914,7 +925,8 @@ void PythonResolver::overridden_outside(std::size_t file, FileLinks& links) cons
 // An instance of a class of the repository handed to code outside it (`jar.extract_cookies(
 // MockRequest(r))`, `io.TextIOWrapper(Stream())`) may have any of its public methods called
 // there: each is guessed at, from the calling definition.
-void PythonResolver::handed_outside(std::size_t file, const Use& use, FileLinks& links) const {
+void PythonResolver::handed_outside(std::size_t file, const Use& use, FileLinks& links,
+                                    HandedOver& handed) const {
   const std::int64_t source = symbol_id(file, use.source);
   std::vector<std::int64_t> targets;
   for (const Argument& argument : use.arguments) {
@@ -929,6 +941,10 @@ void PythonResolver::handed_outside(std::size_t file, const Use& use, FileLinks&
     }
   }
   for (std::int64_t id : targets) {
+    // One guess per definition and method says all there is: a guessed reference has no
+    // call site to show, and a code base that hands instances out in thousands of places
+    // (generated rule tables) would otherwise write a member list per place.
+    if (!handed.emplace(source, id).second) continue;
     links.edges.push_back({source, id, edge_kind::REFERENCE, resolution::AMBIGUOUS, use.line});
   }
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -45,8 +46,13 @@ inline constexpr std::size_t MAX_GUESSES = 5;
 // Whether `name` is one of Python's builtins (print, len, object, ValueError, ...).
 bool is_python_builtin(std::string_view name);
 
-// Symbol ids are given to the definitions of `files` in order, from `first_id` on: file 0's
-// definitions first. The files must outlive the resolver.
+// The symbol id of the first definition of each of `files` when their definitions are
+// numbered in order from `first_id` on: file 0's definitions first.
+std::vector<std::int64_t> first_symbol_ids(const std::vector<FileModel>& files,
+                                           std::int64_t first_id = 1);
+
+// Symbol ids are given to the definitions of `files` as first_symbol_ids numbers them. The
+// files must outlive the resolver.
 class PythonResolver {
  public:
   PythonResolver(const std::vector<FileModel>& files, std::int64_t first_id = 1);
@@ -109,7 +115,15 @@ class PythonResolver {
   const Definition& definition(std::int64_t id) const;
   std::size_t file_of(std::int64_t id) const;
   void linearize(std::int64_t cls);
-  void handed_outside(std::size_t file, const Use& use, FileLinks& links) const;
+  // The (definition, method) pairs handed_outside has guessed at in one file.
+  struct PairHash {
+    std::size_t operator()(const std::pair<std::int64_t, std::int64_t>& p) const {
+      return std::hash<std::int64_t>()(p.first) * 31 + std::hash<std::int64_t>()(p.second);
+    }
+  };
+  using HandedOver = std::unordered_set<std::pair<std::int64_t, std::int64_t>, PairHash>;
+  void handed_outside(std::size_t file, const Use& use, FileLinks& links,
+                      HandedOver& handed) const;
   void overridden_outside(std::size_t file, FileLinks& links) const;
   void collect_arguments();
   Value passed_to(std::int64_t function, const std::string& name, int depth) const;
