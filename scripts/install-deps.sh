@@ -4,7 +4,7 @@ set -euo pipefail
 
 PACKAGES=(g++ cmake ninja-build pkg-config git libsqlite3-dev libgtest-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libtree-sitter-dev graphviz libboost-graph-dev
-  libtomlplusplus-dev python3-jsonschema)
+  libtomlplusplus-dev libmimalloc-dev python3-jsonschema)
 
 missing=()
 for package in "${PACKAGES[@]}"; do
