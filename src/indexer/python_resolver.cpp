@@ -359,6 +359,21 @@ bool merge_orders(const std::vector<const std::vector<std::int64_t>*>& lists,
 
 }  // namespace
 
+template <typename Visit>
+bool PythonResolver::each_in_order(std::int64_t start, Visit&& visit) const {
+  // A `rest` always names a class whose order was complete before, so the walk ends.
+  std::optional<std::int64_t> at = start;
+  while (at) {
+    auto it = mro_.find(*at);
+    if (it == mro_.end()) return visit(*at);  // no base in the repository: the class alone
+    for (std::int64_t cls : it->second.head) {
+      if (!visit(cls)) return false;
+    }
+    at = it->second.rest;
+  }
+  return true;
+}
+
 // Computes the method resolution order of `cls` and of its bases, bases first, with an
 // explicit stack: the C3 merge of the bases' orders, or breadth first where the hierarchy
 // admits no such order (a cycle, or bases listed against their own order).
@@ -383,25 +398,30 @@ void PythonResolver::linearize(std::int64_t cls) {
     }
     stack.pop_back();
     // Every base is done unless the hierarchy has a cycle through `current`.
-    std::vector<const std::vector<std::int64_t>*> lists;
-    bool consistent = true;
-    for (std::int64_t base : direct) {
-      auto it = mro_.find(base);
-      if (it == mro_.end()) {
-        consistent = false;
-        break;
-      }
-      lists.push_back(&it->second);
+    const bool consistent_bases = std::all_of(direct.begin(), direct.end(), [&](std::int64_t base) {
+      return mro_.contains(base);
+    });
+    if (consistent_bases && direct.size() == 1) {
+      // One base: the merge gives the base's own order, which is kept by reference.
+      mro_.emplace(current, ResolutionOrder{{current}, direct.front()});
+      continue;
     }
+    std::vector<std::vector<std::int64_t>> base_orders;
+    if (consistent_bases) {
+      for (std::int64_t base : direct) {
+        base_orders.emplace_back();
+        each_in_order(base, [&](std::int64_t c) {
+          base_orders.back().push_back(c);
+          return true;
+        });
+      }
+    }
+    std::vector<const std::vector<std::int64_t>*> lists;
+    for (const auto& base_order : base_orders)
+      lists.push_back(&base_order);
     lists.push_back(&direct);
     std::vector<std::int64_t> order{current};
-    if (consistent && direct.size() == 1) {
-      // One base: the merge gives the base's own order (a class chain thousands deep is
-      // merged in linear time per class).
-      order.insert(order.end(), lists.front()->begin(), lists.front()->end());
-    } else if (consistent) {
-      consistent = merge_orders(lists, order);
-    }
+    bool consistent = consistent_bases && merge_orders(lists, order);
     if (!consistent) {
       // Breadth first through the bases, each class once.
       order.assign(1, current);
@@ -413,9 +433,10 @@ void PythonResolver::linearize(std::int64_t cls) {
         }
       }
     }
-    mro_.emplace(current, std::move(order));
+    mro_.emplace(current, ResolutionOrder{std::move(order), std::nullopt});
   }
 }
+
 
 std::size_t PythonResolver::file_of(std::int64_t id) const {
   return where_[static_cast<std::size_t>(id - first_id_)].first;
@@ -608,12 +629,10 @@ std::vector<std::int64_t> PythonResolver::lookup_order(
     const std::vector<std::int64_t>& classes) const {
   std::vector<std::int64_t> order;
   for (std::int64_t id : classes) {
-    auto it = mro_.find(id);
-    if (it == mro_.end()) {
-      order.push_back(id);
-    } else {
-      order.insert(order.end(), it->second.begin(), it->second.end());
-    }
+    each_in_order(id, [&](std::int64_t cls) {
+      order.push_back(cls);
+      return true;
+    });
   }
   return order;
 }
@@ -625,18 +644,21 @@ PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& cl
   std::vector<std::int64_t> found;
   bool open = false;
   for (std::int64_t cls : classes) {
-    const std::vector<std::int64_t> order = lookup_order({cls});
     bool here = false;
-    for (std::size_t i = skip_own ? 1 : 0; i < order.size() && !here; ++i) {
-      auto it = by_fqn_.find(definition(order[i]).fqn + "." + name);
-      if (it == by_fqn_.end()) continue;
+    bool own = true;
+    bool open_base = false;
+    each_in_order(cls, [&](std::int64_t c) {
+      open_base |= open_classes_.contains(c);
+      if (std::exchange(own, false) && skip_own) return true;
+      auto it = by_fqn_.find(definition(c).fqn + "." + name);
+      if (it == by_fqn_.end()) return true;
       for (std::int64_t id : it->second) {
         if (std::find(found.begin(), found.end(), id) == found.end()) found.push_back(id);
       }
       here = true;
-    }
-    open |= !here && std::any_of(order.begin(), order.end(),
-                                 [&](std::int64_t c) { return open_classes_.contains(c); });
+      return false;
+    });
+    open |= !here && open_base;
   }
   if (!found.empty()) return {Value::Kind::symbols, std::move(found), {}};
   // Not a member of these classes: one of a base outside the repository (dict.get), if
@@ -935,10 +957,8 @@ void PythonResolver::overridden_outside(std::size_t file, FileLinks& links) cons
     const std::int64_t cls = symbol_id(file, static_cast<int>(d));
     auto methods = methods_of_.find(cls);
     if (methods == methods_of_.end()) continue;
-    const auto order = lookup_order({cls});
-    if (std::none_of(order.begin(), order.end(),
-                     [&](std::int64_t c) { return framework_classes_.contains(c); })) {
-      continue;
+    if (each_in_order(cls, [&](std::int64_t c) { return !framework_classes_.contains(c); })) {
+      continue;  // no class in its order is a framework's subclass
     }
     for (std::int64_t method : methods->second) {
       links.edges.push_back(

@@ -149,8 +149,18 @@ class PythonResolver {
       passed_;
   // Classes with a base from outside the repository that is no builtin.
   std::set<std::int64_t> framework_classes_;
-  // Method resolution order of each class with a base in the repository, itself first.
-  std::unordered_map<std::int64_t, std::vector<std::int64_t>> mro_;
+  // The method resolution order of a class with a base in the repository, itself first:
+  // `head`, then the order of `rest` when there is one. A class with one base is itself
+  // followed by its base's order, so a chain of n classes holds n entries, not n * n / 2.
+  struct ResolutionOrder {
+    std::vector<std::int64_t> head;
+    std::optional<std::int64_t> rest;
+  };
+  std::unordered_map<std::int64_t, ResolutionOrder> mro_;
+  // Calls `visit(cls)` for `start` and its bases in method resolution order until it
+  // returns false; whether it never did.
+  template <typename Visit>
+  bool each_in_order(std::int64_t start, Visit&& visit) const;
 };
 
 }  // namespace quarry::indexer
