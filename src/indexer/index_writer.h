@@ -39,16 +39,17 @@ class IndexWriter {
   IndexWriter& operator=(const IndexWriter&) = delete;
 
   // Writes the components (one per directory holding Python files, numbered in name
-  // order), the listed files and the definitions of the parsed ones. `first_ids[m]` is the
-  // symbol id of the first definition of `models[m]` (first_symbol_ids).
+  // order), the listed files and the definitions of the parsed ones, and indexes them.
+  // `first_ids[m]` is the symbol id of the first definition of `models[m]`
+  // (first_symbol_ids).
   void write_files(const std::vector<ListedFile>& files, const std::vector<FileModel>& models,
                    const std::vector<std::int64_t>& first_ids);
 
   // Writes one file's edges and pending references.
   void write_links(const FileLinks& links);
 
-  // Adds the lookup indexes, commits and gathers the planner's statistics. Nothing may be
-  // written after it.
+  // Adds the lookup indexes of the links, commits and gathers the planner's statistics.
+  // Nothing may be written after it.
   WriteCounts finish();
 
  private:
