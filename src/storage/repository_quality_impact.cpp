@@ -1,6 +1,7 @@
 // Impact analysis: the proven callers of a symbol walked breadth first, and the score of
 // what they affect.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 #include <memory>
@@ -43,8 +44,8 @@ CallerInfo to_caller_info(const Caller& caller, std::int64_t depth) {
 // The symbols of the index held in memory, and the proven calls into a symbol looked up
 // through the edges-by-target index one symbol at a time (inside the walk's read
 // transaction, each lookup is a search of that index and nothing more). It answers a level
-// of the walk exactly as callers_of does (the same records in the same order), without the
-// names, kinds and fqns, which are read afterwards for the callers that the walk keeps.
+// of the walk exactly as callers_of does (the same records in the same order), and holds
+// the name, kind and fqn of every symbol that can be a caller.
 class CallerLookup {
  public:
   using Slot = std::uint32_t;
@@ -75,6 +76,10 @@ class CallerLookup {
   std::uint32_t path_rank(std::uint32_t file) const { return path_ranks_[file]; }
   const std::vector<std::string>& paths() const { return paths_; }
   std::size_t size() const { return symbols_.size(); }
+  // The name, kind and fqn of a symbol of a source file.
+  std::string_view name(Slot slot) const { return text(slot, 0); }
+  std::string_view kind(Slot slot) const { return text(slot, 1); }
+  std::string_view fqn(Slot slot) const { return text(slot, 2); }
 
  private:
   // What the order of callers reads of a symbol, in one place.
@@ -84,6 +89,13 @@ class CallerLookup {
     std::uint32_t file;       // IdPositions::NONE: not in a source file, never a caller
     std::uint32_t path_rank;  // the order of its file's path
   };
+  // Where a symbol's name, kind and fqn are, one after the other, in a block of blocks_.
+  struct Texts {
+    const char* at;
+    std::array<std::uint32_t, 3> sizes;
+  };
+  // Blocks of texts that never move once written.
+  static constexpr std::size_t BLOCK_SIZE = std::size_t{4} << 20;
   // One caller of an asked symbol while its callers are ordered.
   struct Ranked {
     std::uint32_t path_rank;
@@ -96,8 +108,19 @@ class CallerLookup {
 
   CallerLookup(Database& db, const std::vector<std::int64_t>& ids);
 
+  std::string_view text(Slot slot, int part) const {
+    const Texts& texts = texts_[slot];
+    const char* at = texts.at;
+    for (int i = 0; i < part; ++i)
+      at += texts.sizes[i];
+    return std::string_view(at, texts.sizes[part]);
+  }
+
   IdPositions slots_;
   std::vector<SymbolInfo> symbols_;
+  std::vector<Texts> texts_;  // per symbol; empty outside the source files
+  // The names, kinds and fqns of the source files' symbols.
+  std::vector<std::unique_ptr<char[]>> blocks_;
   std::vector<std::string> paths_;  // the source files' paths
   std::vector<std::uint32_t> path_ranks_;
   RowScan calls_;                // the proven calls into one symbol: caller id and line
@@ -105,12 +128,11 @@ class CallerLookup {
   std::vector<Found> callers_;   // the callers of a level's symbols, by asked id
 };
 
-// The proven calls into the symbol bound to the placeholder. The guessed resolutions are
-// left out one comparison each (a NULL resolution passes none, as with NOT IN), which
-// SQLite runs without building the list at each lookup.
-std::string calls_into_sql() {
-  std::string sql =
-      "SELECT e.source_id, e.line FROM edges e WHERE e.target_id = ? AND e.kind = 'call'";
+// "FROM edges e WHERE ..." the proven calls into the symbol bound to the placeholder. The
+// guessed resolutions are left out one comparison each (a NULL resolution passes none, as
+// with NOT IN), which SQLite runs without building the list at each run.
+std::string proven_calls_into_sql() {
+  std::string sql = "FROM edges e WHERE e.target_id = ? AND e.kind = 'call'";
   for (const std::string_view resolution : GUESSED_RESOLUTIONS) {
     sql += " AND e.resolution <> '";
     sql += resolution;
@@ -120,7 +142,9 @@ std::string calls_into_sql() {
 }
 
 CallerLookup::CallerLookup(Database& db, const std::vector<std::int64_t>& ids)
-    : slots_(ids), calls_(db, calls_into_sql(), Params{std::int64_t{0}}) {}
+    : slots_(ids),
+      calls_(db, "SELECT e.source_id, e.line " + proven_calls_into_sql(), Params{std::int64_t{0}}) {
+}
 
 std::unique_ptr<CallerLookup> CallerLookup::load(Database& db) {
   std::vector<std::int64_t> file_ids;
@@ -149,15 +173,46 @@ std::unique_ptr<CallerLookup> CallerLookup::load(Database& db) {
   }
   const IdPositions file_positions(file_ids);
 
+  // The names are read with the rest, rather than for the callers found by a second read
+  // of the table: that costs SQLite a whole scan, copying them all here far less.
   std::vector<SymbolInfo> symbols;
+  std::vector<Texts> texts;
+  // The largest id is about the number of symbols (one search of the table), so the
+  // tables of a million symbols are not copied as they grow.
+  if (const auto last = db.fetchone("SELECT MAX(id) FROM symbols")) {
+    constexpr std::int64_t MOST_RESERVED = std::int64_t{1} << 26;
+    const std::int64_t estimate = std::clamp(to_int(last->at(0)), std::int64_t{0}, MOST_RESERVED);
+    symbols.reserve(static_cast<std::size_t>(estimate));
+    texts.reserve(static_cast<std::size_t>(estimate));
+  }
+  std::vector<std::unique_ptr<char[]>> blocks;
+  char* free = nullptr;  // the free part of the last block
+  std::size_t left = 0;
   {
-    RowScan scan(db, "SELECT id, file_id, start_line FROM symbols");
+    RowScan scan(db, "SELECT id, file_id, start_line, name, kind, fqn FROM symbols");
     while (scan.next()) {
       const std::uint32_t file =
           scan.is_integer(1) ? file_positions.find(scan.integer(1)) : IdPositions::NONE;
-      if (file != IdPositions::NONE && !scan.is_integer(2)) return nullptr;
-      symbols.push_back({scan.integer(0), file == IdPositions::NONE ? 0 : scan.integer(2), file,
-                         file == IdPositions::NONE ? 0 : path_ranks[file]});
+      if (file == IdPositions::NONE) {
+        symbols.push_back({scan.integer(0), 0, file, 0});
+        texts.push_back({nullptr, {0, 0, 0}});
+        continue;
+      }
+      if (!scan.is_integer(2)) return nullptr;
+      symbols.push_back({scan.integer(0), scan.integer(2), file, path_ranks[file]});
+      const std::array<std::string_view, 3> parts{scan.text(3), scan.text(4), scan.text(5)};
+      const std::size_t size = parts[0].size() + parts[1].size() + parts[2].size();
+      if (size > left) {
+        left = std::max(size, BLOCK_SIZE);
+        free = blocks.emplace_back(new char[left]).get();
+      }
+      Texts& at = texts.emplace_back(Texts{free, {}});
+      for (std::size_t part = 0; part < parts.size(); ++part) {
+        at.sizes[part] = static_cast<std::uint32_t>(parts[part].size());
+        std::copy(parts[part].begin(), parts[part].end(), free);
+        free += parts[part].size();
+      }
+      left -= size;
     }
   }
   std::vector<std::int64_t> ids(symbols.size());
@@ -165,6 +220,8 @@ std::unique_ptr<CallerLookup> CallerLookup::load(Database& db) {
     ids[slot] = symbols[slot].id;
   std::unique_ptr<CallerLookup> lookup(new CallerLookup(db, ids));
   lookup->symbols_ = std::move(symbols);
+  lookup->texts_ = std::move(texts);
+  lookup->blocks_ = std::move(blocks);
   lookup->paths_ = std::move(paths);
   lookup->path_ranks_ = std::move(path_ranks);
   return lookup;
@@ -267,17 +324,16 @@ ImpactAnalysis QualityQueries::analyze_impact_walk(const std::string& fqn, std::
   // The symbols in memory, once a level is large enough for them.
   std::unique_ptr<CallerLookup> lookup;
   bool lookup_tried = false;
-  bool in_memory = false;  // false again after a call line that only the statement reads
-  std::optional<std::int64_t> edge_estimate;  // the largest edge id: about the edge count
-  std::vector<bool> visited_slots;            // per symbol in memory
+  bool in_memory = false;           // false again after a call line that only the statement reads
+  std::vector<bool> visited_slots;  // per symbol in memory
   // Per file in memory: whether it was asked for being a test file, is one, is affected.
   enum : std::uint8_t { ASKED = 1, TEST = 2, AFFECTED = 4 };
   std::vector<std::uint8_t> file_flags;
-  // The transitive callers found in memory and not yet recorded, and the records that
-  // still want their names: (slot, record).
+  // The callers found in memory, with their depths; the first `recorded` of them are in
+  // the analysis.
   std::vector<CallerLookup::Found> found;
-  std::vector<std::int64_t> found_depths;  // the depth of each of `found`
-  std::vector<std::pair<CallerLookup::Slot, std::size_t>> unnamed;
+  std::vector<std::int64_t> found_depths;
+  std::size_t recorded = 0;
 
   // Whether `id` is met for the first time; marks it met.
   const auto first_visit = [&](std::int64_t id) {
@@ -292,20 +348,39 @@ ImpactAnalysis QualityQueries::analyze_impact_walk(const std::string& fqn, std::
     return visited.insert(id).second;
   };
   // Records the callers found in memory, in the order found.
-  std::size_t recorded = 0;
   const auto record_found = [&]() {
-    auto& entries = analysis.transitive_callers;
-    entries.reserve(entries.size() + found.size() - recorded);
+    std::size_t direct = 0;
+    for (std::size_t i = recorded; i < found.size(); ++i)
+      direct += found_depths[i] == 1 ? 1 : 0;
+    analysis.direct_callers.reserve(analysis.direct_callers.size() + direct);
+    analysis.transitive_callers.reserve(analysis.transitive_callers.size() + found.size() -
+                                        recorded - direct);
     for (; recorded < found.size(); ++recorded) {
       const CallerLookup::Found& caller = found[recorded];
-      unnamed.emplace_back(caller.slot, entries.size());
+      const std::int64_t at_depth = found_depths[recorded];
+      auto& entries = at_depth == 1 ? analysis.direct_callers : analysis.transitive_callers;
       entries.push_back(CallerInfo{
           .id = lookup->id(caller.slot),
+          .name = std::string(lookup->name(caller.slot)),
+          .kind = std::string(lookup->kind(caller.slot)),
+          .fqn = std::string(lookup->fqn(caller.slot)),
           .line = lookup->line(caller.slot),
           .call_line = caller.has_line ? std::optional<std::int64_t>(caller.line) : std::nullopt,
           .file = lookup->paths()[lookup->file(caller.slot)],
-          .depth = found_depths[recorded]});
+          .depth = at_depth});
     }
+  };
+  // Whether the walk reads the symbols into memory at this level: it looks up `asked`
+  // symbols, or for the first level, the callers of as many proven calls.
+  std::optional<std::int64_t> edge_estimate;  // the largest edge id: about the edge count
+  const auto large = [&](std::size_t asked) {
+    if (memory_threshold) return asked >= *memory_threshold;
+    if (asked < detail::MAX_BOUND_IDS) return false;
+    if (!edge_estimate) {
+      const auto last_edge = db().fetchone("SELECT MAX(id) FROM edges");
+      edge_estimate = last_edge ? to_int(last_edge->at(0)) : 0;
+    }
+    return static_cast<std::int64_t>(asked) >= *edge_estimate / EDGES_PER_MEMORY_ID;
   };
 
   std::vector<CallerLookup::Found> level_callers;
@@ -313,19 +388,14 @@ ImpactAnalysis QualityQueries::analyze_impact_walk(const std::string& fqn, std::
     // Ids enter a level only when first visited, so the level holds each id once.
     std::vector<std::int64_t> next_level;
 
-    if (!lookup_tried && current_depth > 1) {
-      bool large = false;
-      if (memory_threshold) {
-        large = current_level.size() >= *memory_threshold;
-      } else if (current_level.size() >= detail::MAX_BOUND_IDS) {
-        if (!edge_estimate) {
-          const auto last_edge = db().fetchone("SELECT MAX(id) FROM edges");
-          edge_estimate = last_edge ? to_int(last_edge->at(0)) : 0;
-        }
-        large =
-            static_cast<std::int64_t>(current_level.size()) >= *edge_estimate / EDGES_PER_MEMORY_ID;
+    if (!lookup_tried && (current_depth > 1 || depth > 1)) {
+      std::size_t asked = current_level.size();
+      if (current_depth == 1) {
+        const auto calls =
+            db().fetchone("SELECT COUNT(*) " + proven_calls_into_sql(), {*symbol->id});
+        asked = calls ? static_cast<std::size_t>(to_int(calls->at(0))) : 0;
       }
-      if (large) {
+      if (large(asked)) {
         lookup_tried = true;
         lookup = CallerLookup::load(db());
         if (lookup) {
@@ -368,7 +438,7 @@ ImpactAnalysis QualityQueries::analyze_impact_walk(const std::string& fqn, std::
     }
     if (!walked) {
       // Records found in memory come first, in the order of their levels.
-      if (recorded < found.size()) record_found();
+      record_found();
       auto& entries = current_depth == 1 ? analysis.direct_callers : analysis.transitive_callers;
       for (const Caller& caller : callers_of(current_level)) {
         const bool in_test = is_test_file(caller.path);
@@ -383,23 +453,7 @@ ImpactAnalysis QualityQueries::analyze_impact_walk(const std::string& fqn, std::
     current_level = std::move(next_level);
     if (current_level.empty()) break;
   }
-  if (recorded < found.size()) record_found();
-
-  if (!unnamed.empty()) {
-    // One more read of the symbols names the callers found in memory.
-    std::vector<std::uint32_t> record_of(lookup->size(), IdPositions::NONE);
-    for (const auto& [slot, record] : unnamed)
-      record_of[slot] = static_cast<std::uint32_t>(record);
-    RowScan symbols(db(), "SELECT id, name, kind, fqn FROM symbols");
-    while (symbols.next()) {
-      const CallerLookup::Slot slot = lookup->slot_of(symbols.integer(0));
-      if (slot == IdPositions::NONE || record_of[slot] == IdPositions::NONE) continue;
-      CallerInfo& entry = analysis.transitive_callers[record_of[slot]];
-      entry.name = symbols.text(1);
-      entry.kind = symbols.text(2);
-      entry.fqn = symbols.text(3);
-    }
-  }
+  record_found();
 
   // The files met in memory, in path order, joined with those met by statements.
   const auto merge_files = [&](std::uint8_t flag, const std::set<std::string>& by_statements) {
