@@ -102,8 +102,7 @@ TEST(AnalyzeImpact, WalksProvenCallersBreadthFirst) {
     EXPECT_EQ(repo.analyze_impact("m.a", depth, include_tests), expected) << depth;
     // One symbol lookup, for a walk deeper than one level the count of calls into it, the
     // caller levels, the components and the statistics.
-    EXPECT_EQ(repo.db().statements_run() - before, 1 + (depth > 1 ? 1 : 0) + lookups + 2)
-        << depth;
+    EXPECT_EQ(repo.db().statements_run() - before, 1 + (depth > 1 ? 1 : 0) + lookups + 2) << depth;
   }
 
   // Unknown symbols, symbols without callers and symbols without an id read no statistics.
