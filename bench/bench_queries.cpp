@@ -63,20 +63,29 @@ void BM_CallersOf(benchmark::State& state) {
 }
 
 // Impact from the busiest hub; with `statements`, every level by the caller statements
-// (as before the call graph could be read into memory).
+// (as before the call graph could be read into memory), and afterwards, untimed, the check
+// that the default walk gives the same analysis, record for record.
 void impact_from_hub(benchmark::State& state, bool statements) {
   auto& repo = repository(scale_arg(state.range(0)));
+  const std::string hub = quarry::bench::hub_fqn(0);
   std::size_t callers = 0;
+  std::optional<quarry::ImpactAnalysis> last;
   PeakMemory memory;
   for (auto _ : state) {
-    const auto impact = repo.analyze_impact_walk(
-        quarry::bench::hub_fqn(0), state.range(1), false,
+    auto impact = repo.analyze_impact_walk(
+        hub, state.range(1), false,
         statements ? std::optional(std::numeric_limits<std::size_t>::max()) : std::nullopt);
     callers = impact.direct_callers.size() + impact.transitive_callers.size();
     benchmark::DoNotOptimize(impact);
+    if (statements) last = std::move(impact);
   }
   memory.report(state);
   state.counters["callers"] = static_cast<double>(callers);
+  if (last) {
+    const bool same = repo.analyze_impact_walk(hub, state.range(1), false, std::nullopt) == *last;
+    state.counters["same_in_memory"] = same ? 1 : 0;
+    if (!same) state.SkipWithError("the walk in memory differs from the caller statements");
+  }
 }
 
 // The fqn of a median symbol: of 101 sampled functions and methods, the one in the middle

@@ -16,7 +16,9 @@ namespace {
 // A hub called by 1,100 symbols (so that the next level spans two blocks of asked ids),
 // and 6,000 edges drawn at random over 1,500 symbols in 40 files: test files, files of a
 // language that is no source, repeated paths and start lines, every edge kind and
-// resolution, call lines missing.
+// resolution, call lines missing. Apart from them, "pkg.odd" is called by two symbols, one
+// of which calls it twice, once on a line that holds text: only the caller statement reads
+// that line. It calls one of its callers in turn.
 void generate(testing::TestIndex& index, std::vector<std::int64_t>& symbols) {
   std::mt19937_64 random(11);
   const auto pick = [&random](std::size_t size) {
@@ -49,6 +51,22 @@ void generate(testing::TestIndex& index, std::vector<std::int64_t>& symbols) {
     index.edge(symbols[pick(symbols.size())], symbols[pick(symbols.size())],
                kinds[pick(kinds.size())], resolutions[pick(resolutions.size())], line());
   }
+
+  const std::int64_t odd = index.symbol(files[0], "odd", "function", "pkg.odd", 3);
+  std::vector<std::int64_t> chain;
+  for (int i = 0; i < 5; ++i)
+    chain.push_back(index.symbol(files[static_cast<std::size_t>(i)], "g" + std::to_string(i),
+                                 "function", "pkg.g" + std::to_string(i), 10 - i));
+  index.edge(chain[0], odd, "call", "exact", 5);
+  index.edge(chain[1], odd, "call", "import", std::nullopt);
+  index.execute("INSERT INTO edges (source_id, target_id, kind, resolution, line) VALUES (" +
+                std::to_string(chain[2]) + ", " + std::to_string(chain[0]) +
+                ", 'call', 'exact', 'x')");
+  // SQL's least call line of the two is 4: a number sorts before any text.
+  index.edge(chain[2], chain[0], "call", "exact", 4);
+  index.edge(chain[3], chain[1], "call", "exact", 8);
+  index.edge(odd, chain[1], "call", "exact", 2);  // back to where the walk starts
+  index.edge(chain[4], chain[2], "call", "local", 9);
 }
 
 TEST(GraphWalks, InMemoryLevelsAndFileJoinMatchTheStatements) {
@@ -60,15 +78,18 @@ TEST(GraphWalks, InMemoryLevelsAndFileJoinMatchTheStatements) {
 
   constexpr std::size_t NEVER = std::numeric_limits<std::size_t>::max();
   std::size_t transitive = 0;
-  for (const std::size_t root : {0, 1, 2, 17, 300, 1499}) {
-    const std::string fqn = "pkg.f" + std::to_string(root);
-    for (const std::int64_t depth : {2, 3, 5}) {
+  for (const std::string fqn :
+       {"pkg.f0", "pkg.f1", "pkg.f2", "pkg.f17", "pkg.f300", "pkg.f1499", "pkg.odd"}) {
+    for (const std::int64_t depth : {1, 2, 3, 5}) {
       for (const bool include_tests : {false, true}) {
         const ImpactAnalysis by_statements =
             repo.analyze_impact_walk(fqn, depth, include_tests, NEVER);
-        // From the second level on, in memory.
-        EXPECT_EQ(repo.analyze_impact_walk(fqn, depth, include_tests, 1), by_statements)
-            << fqn << " " << depth << " " << include_tests;
+        // In memory from the first level (1), from a later level after statements (3), or
+        // only for the hub (300); the hub's second level spans two blocks of asked ids.
+        for (const std::size_t threshold : {1, 3, 300}) {
+          EXPECT_EQ(repo.analyze_impact_walk(fqn, depth, include_tests, threshold), by_statements)
+              << fqn << " " << depth << " " << include_tests << " " << threshold;
+        }
         EXPECT_EQ(repo.analyze_impact(fqn, depth, include_tests), by_statements) << fqn;
         transitive += by_statements.transitive_callers.size();
       }

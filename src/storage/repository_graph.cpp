@@ -74,6 +74,14 @@ RowScan::~RowScan() {
   sqlite3_finalize(statement_);
 }
 
+void RowScan::rerun(std::int64_t value) {
+  if (sqlite3_bind_parameter_count(statement_) < 1)
+    throw DatabaseError(db_.path(), "statement has no placeholder to bind");
+  // A failed step already reported its error; reset repeats its code, not a new error.
+  sqlite3_reset(statement_);
+  if (sqlite3_bind_int64(statement_, 1, value) != SQLITE_OK) fail(db_);
+}
+
 bool RowScan::next() {
   const int status = sqlite3_step(statement_);
   if (status == SQLITE_ROW) return true;
@@ -98,6 +106,21 @@ std::string_view RowScan::text(int column) const {
   const int size = sqlite3_column_bytes(statement_, column);
   return text == nullptr ? std::string_view()
                          : std::string_view(text, static_cast<std::size_t>(size));
+}
+
+ReadTransaction::ReadTransaction(Database& db) : db_(db) {
+  if (sqlite3_get_autocommit(db.handle()) == 0) return;
+  // Deferred: the snapshot is taken by the first read.
+  db.execute("BEGIN");
+  began_ = true;
+}
+
+ReadTransaction::~ReadTransaction() {
+  if (!began_) return;
+  // Nothing was written, so ending by commit or by rollback is the same; a rollback also
+  // ends it while a statement is still stepping.
+  if (sqlite3_exec(db_.handle(), "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK)
+    sqlite3_exec(db_.handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }
 
 IdPositions::IdPositions(const std::vector<std::int64_t>& ids) {

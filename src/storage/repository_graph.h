@@ -42,6 +42,10 @@ class RowScan {
   RowScan(const RowScan&) = delete;
   RowScan& operator=(const RowScan&) = delete;
 
+  // Rewinds the statement to run again from its first row, with `value` bound to its
+  // first placeholder (the others keep their values). Throws DatabaseError on any SQLite
+  // error, and when the statement has no placeholder.
+  void rerun(std::int64_t value);
   // Steps to the next row; false once the rows are exhausted.
   bool next();
   // Whether column `column` of the current row holds an integer (not NULL, real or text).
@@ -55,6 +59,22 @@ class RowScan {
  private:
   Database& db_;
   sqlite3_stmt* statement_ = nullptr;
+};
+
+// One read transaction on `db` for the holder's lifetime: the statements run meanwhile read
+// one snapshot of the index, and a statement run many times does not take and release the
+// file's lock at each run. Nothing when the connection is already in a transaction. Throws
+// DatabaseError when the transaction cannot begin; ending it never throws.
+class ReadTransaction {
+ public:
+  explicit ReadTransaction(Database& db);
+  ~ReadTransaction();
+  ReadTransaction(const ReadTransaction&) = delete;
+  ReadTransaction& operator=(const ReadTransaction&) = delete;
+
+ private:
+  Database& db_;
+  bool began_ = false;
 };
 
 // The positions of distinct integer ids in the list they were given in: a flat table

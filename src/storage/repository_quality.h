@@ -122,11 +122,14 @@ class QualityQueries {
   ImpactAnalysis analyze_impact(const std::string& fqn, std::int64_t depth = 3,
                                 bool include_tests = false);
 
-  // analyze_impact, with the levels after the first that hold at least `memory_threshold`
-  // ids looked up in the call graph read into memory (one sequential read of the source
-  // files, the symbols and the proven call edges) rather than by callers_of; once read,
-  // the graph serves every later level. Both ways give the same analysis. Without a
-  // threshold, a level is walked in memory when it is large beside the index's edges.
+  // analyze_impact, with the levels looked up in memory rather than by callers_of from the
+  // first large one on: the source files and the symbols, with their names, are read once,
+  // and the proven calls into each asked symbol are searched in the edges-by-target index.
+  // The first level is large when the walk goes deeper than one level and the analysed
+  // symbol has at least `memory_threshold` proven calls, a later level when it holds at
+  // least that many ids; without a threshold, when that number is large beside the
+  // index's edges. Both ways give the same analysis. The walk reads one snapshot of the
+  // index: one read transaction, unless the connection is in a transaction already.
   ImpactAnalysis analyze_impact_walk(const std::string& fqn, std::int64_t depth, bool include_tests,
                                      std::optional<std::size_t> memory_threshold);
 

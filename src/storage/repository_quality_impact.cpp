@@ -1,12 +1,15 @@
 // Impact analysis: the proven callers of a symbol walked breadth first, and the score of
 // what they affect.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
+#include <memory>
+#include <numeric>
 #include <set>
-#include <span>
 #include <unordered_set>
 
+#include "models/edge.h"
 #include "storage/repository_graph.h"
 #include "storage/repository_quality.h"
 #include "utils/language_filter.h"
@@ -21,10 +24,11 @@ using detail::RowScan;
 
 constexpr std::int64_t MIN_DEPTH = 1;
 constexpr std::int64_t MAX_DEPTH = 5;
-// A level of at least 900 ids is looked up in memory once it also holds a thousandth of
-// the index's edges: reading the call graph costs about as much as the caller statements
-// for that many ids (on 5,000,000 edges, a level of 8,747 ids: 3.2 s for a depth-5 walk
-// from there in memory, against 3.7 s with one more level by statements).
+// A level of at least 900 ids (for the first level, proven calls into the symbol) is
+// looked up in memory once it also holds a thousandth of the index's edges: reading the
+// symbols costs about as much as the caller statements for that many ids (on 1,000,000
+// symbols and 5,000,000 edges, 0.35-0.4 s against about 15 us a caller found by
+// statements).
 constexpr std::int64_t EDGES_PER_MEMORY_ID = 1000;
 
 CallerInfo to_caller_info(const Caller& caller, std::int64_t depth) {
@@ -38,69 +42,112 @@ CallerInfo to_caller_info(const Caller& caller, std::int64_t depth) {
                     .depth = depth};
 }
 
-// The proven call graph of the index, reversed, held in memory: for every symbol, its
-// callers with the line of each call. It answers a level of the walk exactly as
-// callers_of does (the same records in the same order), without the names, kinds and
-// fqns, which are read afterwards for the callers that the walk keeps.
-class CallGraph {
+// The symbols of the index held in memory, and the proven calls into a symbol looked up
+// through the edges-by-target index one symbol at a time (inside the walk's read
+// transaction, each lookup is a search of that index and nothing more). It answers a level
+// of the walk exactly as callers_of does (the same records in the same order), and holds
+// the name, kind and fqn of every symbol that can be a caller.
+class CallerLookup {
  public:
   using Slot = std::uint32_t;
+  // A caller of an asked symbol, with the first line that calls it.
+  struct Found {
+    Slot slot;
+    bool has_line;
+    std::int64_t line;
+  };
 
-  // Reads the source files, the symbols and the proven call edges, each once. Nothing
-  // when the index holds a value whose order or conversion the caller statement would
-  // treat otherwise than this graph (a caller's start line or a call line that is no
-  // integer, or a call line of the least 64-bit integer): the walk then stays with
-  // callers_of.
-  static std::optional<CallGraph> load(Database& db);
+  // Reads the source files and the symbols, each once. Nothing when a symbol of a source
+  // file has a start line that is no integer (the caller statement would order it
+  // otherwise than this lookup): the walk then stays with callers_of.
+  static std::unique_ptr<CallerLookup> load(Database& db);
 
-  // Calls `take(slot, call_line)` for the callers that callers_of(level) gives, in its
-  // order, one call per pair of asked symbol and caller. Requires `level` to hold
-  // distinct ids of symbols.
-  template <typename Take>
-  void for_each_caller(const std::vector<std::int64_t>& level, Take&& take);
+  // Appends to `found` the callers that callers_of(level) gives, in its order: one per
+  // pair of asked symbol and caller. Returns false, `found` left as it was, when a call line is
+  // neither an integer nor NULL (the statement would order and convert it otherwise). Requires
+  // `level` to hold distinct ids of symbols.
+  bool callers(const std::vector<std::int64_t>& level, std::vector<Found>& found);
 
   Slot slot_of(std::int64_t id) const { return slots_.find(id); }
   std::int64_t id(Slot slot) const { return symbols_[slot].id; }
   std::int64_t line(Slot slot) const { return symbols_[slot].start_line; }
-  // The caller's file, a position in paths().
+  // The symbol's file, a position in paths().
   std::uint32_t file(Slot slot) const { return symbols_[slot].file; }
+  // The order of a file's path among paths(); equal paths share a rank.
+  std::uint32_t path_rank(std::uint32_t file) const { return path_ranks_[file]; }
   const std::vector<std::string>& paths() const { return paths_; }
   std::size_t size() const { return symbols_.size(); }
+  // The name, kind and fqn of a symbol of a source file.
+  std::string_view name(Slot slot) const { return text(slot, 0); }
+  std::string_view kind(Slot slot) const { return text(slot, 1); }
+  std::string_view fqn(Slot slot) const { return text(slot, 2); }
 
  private:
-  static constexpr std::int64_t NO_LINE = std::numeric_limits<std::int64_t>::min();
   // What the order of callers reads of a symbol, in one place.
   struct SymbolInfo {
     std::int64_t id;
     std::int64_t start_line;
     std::uint32_t file;       // IdPositions::NONE: not in a source file, never a caller
-    std::uint32_t path_rank;  // the order of its file's path; equal paths share a rank
+    std::uint32_t path_rank;  // the order of its file's path
   };
-  struct Call {
-    Slot source;
-    std::int64_t line;  // NO_LINE when the edge has none
+  // Where a symbol's name, kind and fqn are, one after the other, in a block of blocks_.
+  struct Texts {
+    const char* at;
+    std::array<std::uint32_t, 3> sizes;
   };
-  // One caller of an asked symbol while a level is ordered.
+  // Blocks of texts that never move once written.
+  static constexpr std::size_t BLOCK_SIZE = std::size_t{4} << 20;
+  // One caller of an asked symbol while its callers are ordered.
   struct Ranked {
     std::uint32_t path_rank;
     std::int64_t start_line;
     std::int64_t id;
     Slot slot;
+    bool has_line;
     std::int64_t line;
   };
 
-  explicit CallGraph(const std::vector<std::int64_t>& ids) : slots_(ids) {}
+  CallerLookup(Database& db, const std::vector<std::int64_t>& ids);
+
+  std::string_view text(Slot slot, int part) const {
+    const Texts& texts = texts_[slot];
+    const char* at = texts.at;
+    for (int i = 0; i < part; ++i)
+      at += texts.sizes[i];
+    return std::string_view(at, texts.sizes[part]);
+  }
 
   IdPositions slots_;
   std::vector<SymbolInfo> symbols_;
+  std::vector<Texts> texts_;  // per symbol; empty outside the source files
+  // The names, kinds and fqns of the source files' symbols.
+  std::vector<std::unique_ptr<char[]>> blocks_;
   std::vector<std::string> paths_;  // the source files' paths
-  // The calls into slot s: calls_[ranges_[s].first .. ranges_[s].second).
-  std::vector<std::pair<std::uint32_t, std::uint32_t>> ranges_;
-  std::vector<Call> calls_;
-  std::vector<Ranked> scratch_;
+  std::vector<std::uint32_t> path_ranks_;
+  RowScan calls_;                // the proven calls into one symbol: caller id and line
+  std::vector<Ranked> scratch_;  // the calls into one asked symbol
+  std::vector<Found> callers_;   // the callers of a level's symbols, by asked id
 };
 
-std::optional<CallGraph> CallGraph::load(Database& db) {
+// "FROM edges e WHERE ..." the proven calls into the symbol bound to the placeholder. The
+// guessed resolutions are left out one comparison each (a NULL resolution passes none, as
+// with NOT IN), which SQLite runs without building the list at each run.
+std::string proven_calls_into_sql() {
+  std::string sql = "FROM edges e WHERE e.target_id = ? AND e.kind = 'call'";
+  for (const std::string_view resolution : GUESSED_RESOLUTIONS) {
+    sql += " AND e.resolution <> '";
+    sql += resolution;
+    sql += "'";
+  }
+  return sql;
+}
+
+CallerLookup::CallerLookup(Database& db, const std::vector<std::int64_t>& ids)
+    : slots_(ids),
+      calls_(db, "SELECT e.source_id, e.line " + proven_calls_into_sql(), Params{std::int64_t{0}}) {
+}
+
+std::unique_ptr<CallerLookup> CallerLookup::load(Database& db) {
   std::vector<std::int64_t> file_ids;
   std::vector<std::string> paths;
   {
@@ -127,102 +174,122 @@ std::optional<CallGraph> CallGraph::load(Database& db) {
   }
   const IdPositions file_positions(file_ids);
 
+  // The names are read with the rest, rather than for the callers found by a second read
+  // of the table: that costs SQLite a whole scan, copying them all here far less.
   std::vector<SymbolInfo> symbols;
+  std::vector<Texts> texts;
+  // The largest id is about the number of symbols (one search of the table), so the
+  // tables of a million symbols are not copied as they grow.
+  if (const auto last = db.fetchone("SELECT MAX(id) FROM symbols")) {
+    constexpr std::int64_t MOST_RESERVED = std::int64_t{1} << 26;
+    const std::int64_t estimate = std::clamp(to_int(last->at(0)), std::int64_t{0}, MOST_RESERVED);
+    symbols.reserve(static_cast<std::size_t>(estimate));
+    texts.reserve(static_cast<std::size_t>(estimate));
+  }
+  std::vector<std::unique_ptr<char[]>> blocks;
+  char* free = nullptr;  // the free part of the last block
+  std::size_t left = 0;
   {
-    RowScan scan(db, "SELECT id, file_id, start_line FROM symbols");
+    RowScan scan(db, "SELECT id, file_id, start_line, name, kind, fqn FROM symbols");
     while (scan.next()) {
       const std::uint32_t file =
           scan.is_integer(1) ? file_positions.find(scan.integer(1)) : IdPositions::NONE;
-      if (file != IdPositions::NONE && !scan.is_integer(2)) return std::nullopt;
-      symbols.push_back({scan.integer(0), file == IdPositions::NONE ? 0 : scan.integer(2), file,
-                         file == IdPositions::NONE ? 0 : path_ranks[file]});
+      if (file == IdPositions::NONE) {
+        symbols.push_back({scan.integer(0), 0, file, 0});
+        texts.push_back({nullptr, {0, 0, 0}});
+        continue;
+      }
+      if (!scan.is_integer(2)) return nullptr;
+      symbols.push_back({scan.integer(0), scan.integer(2), file, path_ranks[file]});
+      const std::array<std::string_view, 3> parts{scan.text(3), scan.text(4), scan.text(5)};
+      const std::size_t size = parts[0].size() + parts[1].size() + parts[2].size();
+      if (size > left) {
+        left = std::max(size, BLOCK_SIZE);
+        free = blocks.emplace_back(new char[left]).get();
+      }
+      Texts& at = texts.emplace_back(Texts{free, {}});
+      for (std::size_t part = 0; part < parts.size(); ++part) {
+        at.sizes[part] = static_cast<std::uint32_t>(parts[part].size());
+        std::copy(parts[part].begin(), parts[part].end(), free);
+        free += parts[part].size();
+      }
+      left -= size;
     }
   }
   std::vector<std::int64_t> ids(symbols.size());
   for (std::size_t slot = 0; slot < symbols.size(); ++slot)
     ids[slot] = symbols[slot].id;
-  CallGraph graph(ids);
-  ids = {};
-  graph.symbols_ = std::move(symbols);
-  graph.paths_ = std::move(paths);
-
-  // The proven calls by callee: in callee order, so that each callee's calls come
-  // together (read from the edges-by-target index where the index has it). Callers
-  // outside source files are kept here and passed over by the walk.
-  graph.ranges_.assign(graph.size(), {0, 0});
-  RowScan edges(db,
-                "SELECT e.target_id, e.source_id, e.line FROM edges e WHERE e.kind = 'call' "
-                "AND NOT " +
-                    detail::GUESSED_SQL + " ORDER BY e.target_id");
-  std::int64_t last_target = 0;
-  Slot target = IdPositions::NONE;
-  bool first = true;
-  while (edges.next()) {
-    if (!edges.is_integer(0) || !edges.is_integer(1)) continue;
-    const std::int64_t target_id = edges.integer(0);
-    if (first || target_id != last_target) {
-      first = false;
-      last_target = target_id;
-      target = graph.slot_of(target_id);
-      if (target != IdPositions::NONE) {
-        const auto at = static_cast<std::uint32_t>(graph.calls_.size());
-        graph.ranges_[target] = {at, at};
-      }
-    }
-    if (target == IdPositions::NONE) continue;
-    const Slot source = graph.slot_of(edges.integer(1));
-    if (source == IdPositions::NONE) continue;
-    std::int64_t line = NO_LINE;
-    if (!edges.is_null(2)) {
-      if (!edges.is_integer(2) || edges.integer(2) == NO_LINE) return std::nullopt;
-      line = edges.integer(2);
-    }
-    if (graph.calls_.size() >= std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
-    graph.calls_.push_back({source, line});
-    ++graph.ranges_[target].second;
-  }
-  return graph;
+  std::unique_ptr<CallerLookup> lookup(new CallerLookup(db, ids));
+  lookup->symbols_ = std::move(symbols);
+  lookup->texts_ = std::move(texts);
+  lookup->blocks_ = std::move(blocks);
+  lookup->paths_ = std::move(paths);
+  lookup->path_ranks_ = std::move(path_ranks);
+  return lookup;
 }
 
-template <typename Take>
-void CallGraph::for_each_caller(const std::vector<std::int64_t>& level, Take&& take) {
-  // As the caller statements: blocks of ids in level order; within a block by asked id,
-  // then the caller's path, start line and id; one record per caller in a source file,
-  // with its first call line.
-  std::vector<std::int64_t> asked;
-  for_each_chunk(
-      level,
-      [&](std::span<const std::int64_t> chunk) {
-        asked.assign(chunk.begin(), chunk.end());
-        std::sort(asked.begin(), asked.end());
-        for (const std::int64_t id : asked) {
-          const auto [begin, end] = ranges_[slot_of(id)];
-          scratch_.clear();
-          for (std::uint32_t i = begin; i < end; ++i) {
-            const Call& call = calls_[i];
-            const SymbolInfo& caller = symbols_[call.source];
-            if (caller.file == IdPositions::NONE) continue;
-            scratch_.push_back(
-                {caller.path_rank, caller.start_line, caller.id, call.source, call.line});
-          }
-          std::sort(scratch_.begin(), scratch_.end(), [](const Ranked& a, const Ranked& b) {
-            return std::tie(a.path_rank, a.start_line, a.id) <
-                   std::tie(b.path_rank, b.start_line, b.id);
-          });
-          for (std::size_t i = 0; i < scratch_.size();) {
-            std::int64_t line = NO_LINE;
-            std::size_t next = i;
-            for (; next < scratch_.size() && scratch_[next].slot == scratch_[i].slot; ++next) {
-              const std::int64_t at = scratch_[next].line;
-              if (at != NO_LINE && (line == NO_LINE || at < line)) line = at;
-            }
-            take(scratch_[i].slot,
-                 line == NO_LINE ? std::nullopt : std::optional<std::int64_t>(line));
-            i = next;
-          }
+bool CallerLookup::callers(const std::vector<std::int64_t>& level, std::vector<Found>& found) {
+  // The symbols are looked up in ascending id order over the whole level, so that the
+  // index is read front to back once: the ids of one block of the statements spread over
+  // all of it, and on a large index it is larger than SQLite's page cache.
+  std::vector<std::uint32_t> order(level.size());
+  for (std::uint32_t i = 0; i < order.size(); ++i)
+    order[i] = i;
+  std::sort(order.begin(), order.end(),
+            [&level](std::uint32_t a, std::uint32_t b) { return level[a] < level[b]; });
+  // The callers of level[i]: callers_[runs[i].first .. runs[i].second).
+  std::vector<std::pair<std::size_t, std::size_t>> runs(level.size());
+  callers_.clear();
+  for (const std::uint32_t position : order) {
+    scratch_.clear();
+    calls_.rerun(level[position]);
+    while (calls_.next()) {
+      // A caller id that is no integer names no symbol, as in the statement's join.
+      if (!calls_.is_integer(0)) continue;
+      const Slot slot = slot_of(calls_.integer(0));
+      if (slot == IdPositions::NONE) continue;
+      const SymbolInfo& caller = symbols_[slot];
+      if (caller.file == IdPositions::NONE) continue;
+      const bool has_line = !calls_.is_null(1);
+      if (has_line && !calls_.is_integer(1)) return false;
+      scratch_.push_back({caller.path_rank, caller.start_line, caller.id, slot, has_line,
+                          has_line ? calls_.integer(1) : 0});
+    }
+    // One record per caller in a source file, ordered by path, start line and id, with
+    // its least call line.
+    std::sort(scratch_.begin(), scratch_.end(), [](const Ranked& a, const Ranked& b) {
+      return std::tie(a.path_rank, a.start_line, a.id) < std::tie(b.path_rank, b.start_line, b.id);
+    });
+    runs[position].first = callers_.size();
+    for (std::size_t i = 0; i < scratch_.size();) {
+      Found caller{.slot = scratch_[i].slot, .has_line = false, .line = 0};
+      for (; i < scratch_.size() && scratch_[i].slot == caller.slot; ++i) {
+        const Ranked& call = scratch_[i];
+        if (call.has_line && (!caller.has_line || call.line < caller.line)) {
+          caller.has_line = true;
+          caller.line = call.line;
         }
-      },
-      detail::MAX_BOUND_IDS);
+      }
+      callers_.push_back(caller);
+    }
+    runs[position].second = callers_.size();
+  }
+
+  // Given as the statements give them: blocks of ids in level order, each by asked id.
+  for (std::size_t start = 0; start < level.size(); start += detail::MAX_BOUND_IDS) {
+    const auto block_end = order.begin() + static_cast<std::ptrdiff_t>(std::min(
+                                               level.size(), start + detail::MAX_BOUND_IDS));
+    std::iota(order.begin() + static_cast<std::ptrdiff_t>(start), block_end,
+              static_cast<std::uint32_t>(start));
+    std::sort(order.begin() + static_cast<std::ptrdiff_t>(start), block_end,
+              [&level](std::uint32_t a, std::uint32_t b) { return level[a] < level[b]; });
+    for (auto at = order.begin() + static_cast<std::ptrdiff_t>(start); at != block_end; ++at) {
+      const auto [begin, end] = runs[*at];
+      found.insert(found.end(), callers_.begin() + static_cast<std::ptrdiff_t>(begin),
+                   callers_.begin() + static_cast<std::ptrdiff_t>(end));
+    }
+  }
+  return true;
 }
 
 }  // namespace
@@ -242,88 +309,142 @@ ImpactAnalysis QualityQueries::analyze_impact_walk(const std::string& fqn, std::
                                                    std::optional<std::size_t> memory_threshold) {
   depth = std::max(MIN_DEPTH, std::min(depth, MAX_DEPTH));
   ImpactAnalysis analysis{.fqn = fqn, .impact_score = 0.0, .depth = depth};
+  // Every read of the walk sees one snapshot, and the lookups run many times take no lock.
+  const detail::ReadTransaction snapshot(db());
 
   const std::optional<Symbol> symbol = get_symbol_by_fqn(fqn);
   if (!symbol || !symbol->id) return analysis;
 
   // The analysed symbol counts as visited, so recursion and cycles back to it add nothing.
+  // Once the symbols are in memory, visits are marked per symbol there instead.
   std::unordered_set<std::int64_t> visited{*symbol->id};
   std::vector<std::int64_t> current_level{*symbol->id};
   std::set<std::string> all_affected_files;
   std::set<std::string> all_affected_tests;
 
-  // A caller met in a level: whether it is taken into the impact.
-  const auto admit = [&](std::int64_t id, bool in_test) {
-    if (visited.contains(id)) return false;
-    // A test caller left out is not visited: it stays out wherever it is met again, and
-    // its own callers are never looked up.
-    if (in_test && !include_tests) return false;
-    visited.insert(id);
-    return true;
+  // The symbols in memory, once a level is large enough for them.
+  std::unique_ptr<CallerLookup> lookup;
+  bool lookup_tried = false;
+  bool in_memory = false;           // false again after a call line that only the statement reads
+  std::vector<bool> visited_slots;  // per symbol in memory
+  // Per file in memory: whether it was asked for being a test file, is one, is affected.
+  enum : std::uint8_t { ASKED = 1, TEST = 2, AFFECTED = 4 };
+  std::vector<std::uint8_t> file_flags;
+  // The callers found in memory, with their depths; the first `recorded` of them are in
+  // the analysis.
+  std::vector<CallerLookup::Found> found;
+  std::vector<std::int64_t> found_depths;
+  std::size_t recorded = 0;
+
+  // Whether `id` is met for the first time; marks it met.
+  const auto first_visit = [&](std::int64_t id) {
+    if (lookup) {
+      const CallerLookup::Slot slot = lookup->slot_of(id);
+      if (slot != IdPositions::NONE) {
+        if (visited_slots[slot]) return false;
+        visited_slots[slot] = true;
+        return true;
+      }
+    }
+    return visited.insert(id).second;
+  };
+  // Records the callers found in memory, in the order found.
+  const auto record_found = [&]() {
+    std::size_t direct = 0;
+    for (std::size_t i = recorded; i < found.size(); ++i)
+      direct += found_depths[i] == 1 ? 1 : 0;
+    analysis.direct_callers.reserve(analysis.direct_callers.size() + direct);
+    analysis.transitive_callers.reserve(analysis.transitive_callers.size() + found.size() -
+                                        recorded - direct);
+    for (; recorded < found.size(); ++recorded) {
+      const CallerLookup::Found& caller = found[recorded];
+      const std::int64_t at_depth = found_depths[recorded];
+      auto& entries = at_depth == 1 ? analysis.direct_callers : analysis.transitive_callers;
+      entries.push_back(CallerInfo{
+          .id = lookup->id(caller.slot),
+          .name = std::string(lookup->name(caller.slot)),
+          .kind = std::string(lookup->kind(caller.slot)),
+          .fqn = std::string(lookup->fqn(caller.slot)),
+          .line = lookup->line(caller.slot),
+          .call_line = caller.has_line ? std::optional<std::int64_t>(caller.line) : std::nullopt,
+          .file = lookup->paths()[lookup->file(caller.slot)],
+          .depth = at_depth});
+    }
+  };
+  // Whether the walk reads the symbols into memory at this level: it looks up `asked`
+  // symbols, or for the first level, the callers of as many proven calls.
+  std::optional<std::int64_t> edge_estimate;  // the largest edge id: about the edge count
+  const auto large = [&](std::size_t asked) {
+    if (memory_threshold) return asked >= *memory_threshold;
+    if (asked < detail::MAX_BOUND_IDS) return false;
+    if (!edge_estimate) {
+      const auto last_edge = db().fetchone("SELECT MAX(id) FROM edges");
+      edge_estimate = last_edge ? to_int(last_edge->at(0)) : 0;
+    }
+    return static_cast<std::int64_t>(asked) >= *edge_estimate / EDGES_PER_MEMORY_ID;
   };
 
-  // The call graph in memory, once a level is large enough for it; the transitive
-  // callers found through it, whose names are read at the end.
-  std::optional<CallGraph> graph;
-  bool graph_tried = false;
-  std::optional<std::int64_t> edge_estimate;  // the largest edge id: about the edge count
-  std::vector<signed char> test_files;        // per file of the graph: -1 not asked yet
-  std::vector<bool> affected;                 // per file of the graph: an affected file
-  std::vector<std::pair<CallGraph::Slot, std::size_t>> unnamed;
-
+  std::vector<CallerLookup::Found> level_callers;
   for (std::int64_t current_depth = 1; current_depth <= depth; ++current_depth) {
     // Ids enter a level only when first visited, so the level holds each id once.
     std::vector<std::int64_t> next_level;
-    auto& entries = current_depth == 1 ? analysis.direct_callers : analysis.transitive_callers;
 
-    if (!graph_tried && current_depth > 1) {
-      bool in_memory = false;
-      if (memory_threshold) {
-        in_memory = current_level.size() >= *memory_threshold;
-      } else if (current_level.size() >= detail::MAX_BOUND_IDS) {
-        if (!edge_estimate) {
-          const auto last_edge = db().fetchone("SELECT MAX(id) FROM edges");
-          edge_estimate = last_edge ? to_int(last_edge->at(0)) : 0;
-        }
-        in_memory =
-            static_cast<std::int64_t>(current_level.size()) >= *edge_estimate / EDGES_PER_MEMORY_ID;
+    if (!lookup_tried && (current_depth > 1 || depth > 1)) {
+      std::size_t asked = current_level.size();
+      if (current_depth == 1) {
+        const auto calls =
+            db().fetchone("SELECT COUNT(*) " + proven_calls_into_sql(), {*symbol->id});
+        asked = calls ? static_cast<std::size_t>(to_int(calls->at(0))) : 0;
       }
-      if (in_memory) {
-        graph_tried = true;
-        graph = CallGraph::load(db());
-        if (graph) {
-          test_files.assign(graph->paths().size(), -1);
-          affected.assign(graph->paths().size(), false);
+      if (large(asked)) {
+        lookup_tried = true;
+        lookup = CallerLookup::load(db());
+        if (lookup) {
+          in_memory = true;
+          visited_slots.assign(lookup->size(), false);
+          for (const std::int64_t id : visited) {
+            const CallerLookup::Slot slot = lookup->slot_of(id);
+            if (slot != IdPositions::NONE) visited_slots[slot] = true;
+          }
+          file_flags.assign(lookup->paths().size(), 0);
         }
       }
     }
 
-    if (graph) {
-      const auto met = [&](CallGraph::Slot slot, std::optional<std::int64_t> call_line) {
-        const std::uint32_t file = graph->file(slot);
-        const std::string& path = graph->paths()[file];
-        if (test_files[file] < 0) test_files[file] = is_test_file(path) ? 1 : 0;
-        const bool in_test = test_files[file] != 0;
-        const std::int64_t id = graph->id(slot);
-        if (!admit(id, in_test)) return;
-        if (!affected[file]) {
-          affected[file] = true;
-          all_affected_files.insert(path);
-          if (in_test) all_affected_tests.insert(path);
+    bool walked = false;
+    if (in_memory) {
+      level_callers.clear();
+      if (lookup->callers(current_level, level_callers)) {
+        walked = true;
+        for (const CallerLookup::Found& caller : level_callers) {
+          const std::uint32_t file = lookup->file(caller.slot);
+          std::uint8_t& flags = file_flags[file];
+          if (!(flags & ASKED)) {
+            flags |= ASKED;
+            if (is_test_file(lookup->paths()[file])) flags |= TEST;
+          }
+          // A test caller left out is not visited: it stays out wherever it is met again,
+          // and its own callers are never looked up.
+          if ((flags & TEST) && !include_tests) continue;
+          if (visited_slots[caller.slot]) continue;
+          visited_slots[caller.slot] = true;
+          flags |= AFFECTED;
+          next_level.push_back(lookup->id(caller.slot));
+          found.push_back(caller);
+          found_depths.push_back(current_depth);
         }
-        next_level.push_back(id);
-        unnamed.emplace_back(slot, entries.size());
-        entries.push_back(CallerInfo{.id = id,
-                                     .line = graph->line(slot),
-                                     .call_line = call_line,
-                                     .file = path,
-                                     .depth = current_depth});
-      };
-      graph->for_each_caller(current_level, met);
-    } else {
+      } else {
+        in_memory = false;
+      }
+    }
+    if (!walked) {
+      // Records found in memory come first, in the order of their levels.
+      record_found();
+      auto& entries = current_depth == 1 ? analysis.direct_callers : analysis.transitive_callers;
       for (const Caller& caller : callers_of(current_level)) {
         const bool in_test = is_test_file(caller.path);
-        if (!admit(caller.id, in_test)) continue;
+        if (in_test && !include_tests) continue;
+        if (!first_visit(caller.id)) continue;
         all_affected_files.insert(caller.path);
         if (in_test) all_affected_tests.insert(caller.path);
         next_level.push_back(caller.id);
@@ -333,25 +454,33 @@ ImpactAnalysis QualityQueries::analyze_impact_walk(const std::string& fqn, std::
     current_level = std::move(next_level);
     if (current_level.empty()) break;
   }
+  record_found();
 
-  if (!unnamed.empty()) {
-    // Only transitive callers are found in memory; one more read of the symbols names them.
-    std::vector<std::uint32_t> entry_of(graph->size(), IdPositions::NONE);
-    for (const auto& [slot, entry] : unnamed)
-      entry_of[slot] = static_cast<std::uint32_t>(entry);
-    RowScan symbols(db(), "SELECT id, name, kind, fqn FROM symbols");
-    while (symbols.next()) {
-      const CallGraph::Slot slot = graph->slot_of(symbols.integer(0));
-      if (slot == IdPositions::NONE || entry_of[slot] == IdPositions::NONE) continue;
-      CallerInfo& entry = analysis.transitive_callers[entry_of[slot]];
-      entry.name = symbols.text(1);
-      entry.kind = symbols.text(2);
-      entry.fqn = symbols.text(3);
+  // The files met in memory, in path order, joined with those met by statements.
+  const auto merge_files = [&](std::uint8_t flag, const std::set<std::string>& by_statements) {
+    std::vector<std::uint32_t> files;
+    for (std::uint32_t file = 0; file < file_flags.size(); ++file) {
+      if ((file_flags[file] & flag) == flag) files.push_back(file);
     }
-  }
-
-  analysis.affected_files.assign(all_affected_files.begin(), all_affected_files.end());
-  analysis.affected_tests.assign(all_affected_tests.begin(), all_affected_tests.end());
+    std::sort(files.begin(), files.end(), [&](std::uint32_t a, std::uint32_t b) {
+      return lookup->path_rank(a) < lookup->path_rank(b);
+    });
+    std::vector<std::string> merged;
+    merged.reserve(files.size() + by_statements.size());
+    auto next = by_statements.begin();
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      if (i > 0 && lookup->path_rank(files[i]) == lookup->path_rank(files[i - 1])) continue;
+      const std::string& path = lookup->paths()[files[i]];
+      for (; next != by_statements.end() && *next < path; ++next)
+        merged.push_back(*next);
+      if (next != by_statements.end() && *next == path) ++next;
+      merged.push_back(path);
+    }
+    merged.insert(merged.end(), next, by_statements.end());
+    return merged;
+  };
+  analysis.affected_files = merge_files(AFFECTED, all_affected_files);
+  analysis.affected_tests = merge_files(AFFECTED | TEST, all_affected_tests);
   analysis.affected_components = get_components_for_files(analysis.affected_files);
   std::sort(analysis.affected_components.begin(), analysis.affected_components.end());
   analysis.impact_score =
