@@ -221,15 +221,17 @@ extern const std::string DEAD_CODE_DATA;
 // ids of the symbols of the files for which {test} holds (a predicate on the files row
 // aliased t), read once per statement.
 extern const std::string TEST_SYMBOLS;
-// A common table expression to follow DEAD_CODE_DATA (after a comma): guessed_name(name,
-// low_id, high_id), one row per name that has guessed uses from sources whose id satisfies
-// {production} (as in PRODUCTION_USE), with the lowest and highest id of the definitions so
-// used. It reads the guessed edges once, so a flag on a candidate's name costs one lookup.
+// A common table expression to follow one named candidate with a column name (after a
+// comma): guessed_name(name, low_id, high_id), one row per candidate name that has guessed
+// uses from sources whose id satisfies {production} (as in PRODUCTION_USE), with the lowest
+// and highest id of the definitions so used. Built once per statement, so a flag on a
+// candidate's name costs one lookup.
 extern const std::string GUESSED_NAMES;
 // Conditions under which the uses of the symbol aliased s cannot be seen in the index.
 extern const std::array<std::string, 6> UNSEEN_USES;
-// Conditions under which a candidate is only likely dead, each with its reason. The second
-// reads guessed_name, so a statement testing it defines GUESSED_NAMES.
+// Conditions under which a candidate is only likely dead, each with its reason, on the
+// columns id and name of the row aliased s. The second reads guessed_name, so a statement
+// testing it defines GUESSED_NAMES.
 extern const std::array<std::pair<std::string, std::string>, 3> LIKELY_REASONS;
 
 // One row of the dead-code page (fqn, name, kind, path, start_line, tested, r0, r1, r2) as

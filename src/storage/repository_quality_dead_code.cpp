@@ -113,14 +113,19 @@ DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
     likely += column;
   }
 
-  // The candidate filter runs once: the ranked statement orders every candidate by its
-  // flags, path and line and counts them all beside the page's ids and flags; the texts and
-  // the test use are then read for the page's rows alone.
+  // The candidate filter runs once: the candidates are materialized in the order of the
+  // filter's scan, the names of guessed uses are read for their names alone, and the ranked
+  // statement orders every candidate by its flags, path and line and counts them all beside
+  // the page's ids and flags; the texts and the test use are then read for the page's rows
+  // alone.
   const std::string ranked =
-      data + ", " + fill_placeholder(detail::GUESSED_NAMES, "production", production) +
-      " SELECT id, r0, r1, r2, COUNT(*) OVER () FROM (SELECT s.id AS id, f.path AS path, "
+      data +
+      ", candidate AS MATERIALIZED (SELECT s.id AS id, s.name AS name, f.path AS path, "
+      "s.start_line AS start_line " +
+      candidates + "), " + fill_placeholder(detail::GUESSED_NAMES, "production", production) +
+      " SELECT id, r0, r1, r2, COUNT(*) OVER () FROM (SELECT s.id AS id, s.path AS path, "
       "s.start_line AS start_line, " +
-      flags + " " + candidates + ") ORDER BY (" + likely + "), path, start_line LIMIT ? OFFSET ?";
+      flags + " FROM candidate s) ORDER BY (" + likely + "), path, start_line LIMIT ? OFFSET ?";
   // One row more than the page decides whether more follow; the largest limit has no room
   // for it, and no index holds that many rows anyway.
   const std::int64_t limit = std::max<std::int64_t>(options.limit, 0);
