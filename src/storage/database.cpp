@@ -86,8 +86,11 @@ struct StatementDeleter {
 };
 using StatementPtr = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
 
-// The reading connection's memory map and page cache.
-constexpr std::int64_t READONLY_MMAP_BYTES = std::int64_t{256} << 20;
+// The reading connection's memory map and page cache. The map takes address space, not
+// memory, so it covers the whole of an index up to SQLite's own ceiling (2 GiB unless built
+// otherwise). Pages past the map are copied through read() into the cache: with a map of
+// 256 MiB, 0.4 s of system time in the dead-code listing on the 650 MB index of scale L.
+constexpr std::int64_t READONLY_MMAP_BYTES = std::int64_t{2} << 30;
 constexpr std::int64_t READONLY_CACHE_KIB = 64 << 10;
 
 // The first bytes of an SQLite database file: its magic text and the two bytes that say

@@ -192,8 +192,9 @@ class QualityQueries {
                                 std::int64_t affected_component_count);
 
   // The candidate clause of the dead-code listing ("FROM symbols s JOIN files f ... WHERE
-  // ...") and the values of its placeholders, in order. `production` is the predicate on
-  // the alias uf that holds for production files; an empty `component` means all.
+  // ...") and the values of its placeholders, in order. `production` is the test of a
+  // using symbol's id (as in detail::PRODUCTION_USE) that holds for production code; an
+  // empty `component` means all.
   static std::pair<std::string, Params> dead_code_candidates(
       const std::string& production, const std::optional<std::string>& component);
 };
@@ -210,22 +211,30 @@ inline constexpr std::size_t MAX_BOUND_IDS = MAX_BOUND_VALUES;
 extern const std::string HIERARCHY_SQL;
 // The fqn of the parent of the symbol aliased s.
 extern const std::string PARENT_FQN;
-// A subquery finding one use of {target} from a file for which {production} holds.
+// A subquery finding one edge aliased e into {target} whose source id satisfies
+// {production}, a test of the form "IN (...)" or "NOT IN (...)". It reads the edge alone:
+// every edge of an index leaves a symbol of one of its files.
 extern const std::string PRODUCTION_USE;
 // The kinds that are never dead code.
 inline constexpr std::array<std::string_view, 7> NOT_DEAD_CODE_KINDS{
     "constant", "variable", "file", "section", "import", "module", TOPLEVEL_KIND};
 // The common table expressions of the dead-code statements (runtime members, prefixes).
 extern const std::string DEAD_CODE_DATA;
-// A common table expression to follow DEAD_CODE_DATA (after a comma): guessed_name(name,
-// low_id, high_id), one row per name that has guessed uses from files for which
-// {production} holds, with the lowest and highest id of the definitions so used. It reads
-// the guessed edges once, so a flag on a candidate's name costs one lookup.
+// A common table expression to follow DEAD_CODE_DATA (after a comma): test_symbol(id), the
+// ids of the symbols of the files for which {test} holds (a predicate on the files row
+// aliased t), read once per statement.
+extern const std::string TEST_SYMBOLS;
+// A common table expression to follow one named candidate with a column name (after a
+// comma): guessed_name(name, low_id, high_id), one row per candidate name that has guessed
+// uses from sources whose id satisfies {production} (as in PRODUCTION_USE), with the lowest
+// and highest id of the definitions so used. Built once per statement, so a flag on a
+// candidate's name costs one lookup.
 extern const std::string GUESSED_NAMES;
 // Conditions under which the uses of the symbol aliased s cannot be seen in the index.
 extern const std::array<std::string, 6> UNSEEN_USES;
-// Conditions under which a candidate is only likely dead, each with its reason. The second
-// reads guessed_name, so a statement testing it defines GUESSED_NAMES.
+// Conditions under which a candidate is only likely dead, each with its reason, on the
+// columns id and name of the row aliased s. The second reads guessed_name, so a statement
+// testing it defines GUESSED_NAMES.
 extern const std::array<std::pair<std::string, std::string>, 3> LIKELY_REASONS;
 
 // One row of the dead-code page (fqn, name, kind, path, start_line, tested, r0, r1, r2) as

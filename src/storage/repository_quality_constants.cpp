@@ -14,22 +14,27 @@ const std::string HIERARCHY_SQL = sql_quoted_list(HIERARCHY_KINDS);
 
 const std::string PARENT_FQN = "substr(s.fqn, 1, length(s.fqn) - length(s.name) - 1)";
 
+// The edge's own columns decide: idx_edges_target covers the target, the resolution and the
+// source, so the lookup reads no symbol or file row.
 const std::string PRODUCTION_USE =
-    "SELECT 1 FROM edges e JOIN symbols u ON u.id = e.source_id JOIN files uf ON uf.id = "
-    "u.file_id WHERE e.target_id = {target} AND {production}";
+    "SELECT 1 FROM edges e WHERE e.target_id = {target} AND e.source_id {production}";
 
 const std::string DEAD_CODE_DATA =
     "WITH runtime_member(name) AS (SELECT value FROM json_each(?)), "
-    "dispatch_prefix(prefix) AS (SELECT value FROM json_each(?)) ";
+    "dispatch_prefix(prefix) AS MATERIALIZED (SELECT value FROM json_each(?)) ";
 
-// One pass over the edges in the order written: left to the planner, SQLite walks the
-// symbols by name (to group without sorting) and probes the edges of each, several times
-// slower on a large index.
+const std::string TEST_SYMBOLS =
+    "test_symbol(id) AS MATERIALIZED (SELECT h.id FROM files t CROSS JOIN symbols h ON "
+    "h.file_id = t.id WHERE {test})";
+
+// Each distinct name read once, each of its definitions probed once: at most one lookup in
+// idx_edges_target per symbol of the index, and on a large index far fewer than a pass over
+// all edges for the guessed ones.
 const std::string GUESSED_NAMES =
     "guessed_name(name, low_id, high_id) AS MATERIALIZED (SELECT n.name, MIN(n.id), MAX(n.id) "
-    "FROM edges e CROSS JOIN symbols u ON u.id = e.source_id CROSS JOIN files uf ON uf.id = "
-    "u.file_id CROSS JOIN symbols n ON n.id = e.target_id WHERE " +
-    GUESSED_SQL + " AND {production} GROUP BY n.name)";
+    "FROM (SELECT DISTINCT name FROM candidate) c CROSS JOIN symbols n ON n.name = c.name "
+    "WHERE EXISTS (SELECT 1 FROM edges e WHERE e.target_id = n.id AND " +
+    GUESSED_SQL + " AND e.source_id {production}) GROUP BY n.name)";
 
 const std::array<std::string, 6> UNSEEN_USES{
     // A definition nested in a function or method of the same file.
@@ -50,15 +55,16 @@ const std::array<std::string, 6> UNSEEN_USES{
         HIERARCHY_SQL + ")))",
     // A method whose name is used on another method.
     "(s.kind = 'method' AND EXISTS (SELECT 1 FROM symbols n JOIN edges e ON e.target_id = "
-    "n.id JOIN symbols u ON u.id = e.source_id JOIN files uf ON uf.id = u.file_id WHERE "
-    "n.name = s.name AND n.id != s.id AND n.kind = 'method' AND {production}))",
+    "n.id WHERE n.name = s.name AND n.id != s.id AND n.kind = 'method' AND e.source_id "
+    "{production}))",
     // A method named like a member of the runtime's own values.
     "(s.kind = 'method' AND s.name IN (SELECT name FROM runtime_member))",
-    // A member of a dispatch family.
+    // A member of a dispatch family (the count stops at the family's size).
     "EXISTS (SELECT 1 FROM dispatch_prefix d WHERE substr(s.name, 1, length(d.prefix)) = "
-    "d.prefix AND (SELECT COUNT(*) FROM symbols h WHERE h.file_id = s.file_id AND h.kind = "
-    "s.kind AND substr(h.name, 1, length(d.prefix)) = d.prefix) >= " +
-        std::to_string(DISPATCH_FAMILY_SIZE) + ")",
+    "d.prefix AND (SELECT COUNT(*) FROM (SELECT 1 FROM symbols h WHERE h.file_id = s.file_id "
+    "AND h.kind = s.kind AND substr(h.name, 1, length(d.prefix)) = d.prefix LIMIT " +
+        std::to_string(DISPATCH_FAMILY_SIZE) + ")) >= " + std::to_string(DISPATCH_FAMILY_SIZE) +
+        ")",
 };
 
 const std::array<std::pair<std::string, std::string>, 3> LIKELY_REASONS{{

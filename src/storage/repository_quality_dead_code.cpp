@@ -31,10 +31,21 @@ UnusedSymbol unused_symbol(const Row& row) {
 
 namespace {
 
-// The subquery finding one use of the candidate s from a file for which `files` holds.
-std::string use_of_candidate(const std::string& files) {
+// The subquery finding one use of the candidate s from a symbol whose id passes `sources`.
+std::string use_of_candidate(const std::string& sources) {
   return fill_placeholder(fill_placeholder(detail::PRODUCTION_USE, "target", "s.id"), "production",
-                          files);
+                          sources);
+}
+
+// The tests of a using symbol's id against test_symbol (TEST_SYMBOLS), for production and
+// for test code.
+const std::string PRODUCTION_SOURCE = "NOT IN (SELECT id FROM test_symbol)";
+const std::string TEST_SOURCE = "IN (SELECT id FROM test_symbol)";
+
+// TEST_SYMBOLS over the test files, to follow DEAD_CODE_DATA after a comma.
+std::string test_symbols() {
+  return fill_placeholder(detail::TEST_SYMBOLS, "test",
+                          sql_test_path_filter("t", false, "path").first);
 }
 
 }  // namespace
@@ -79,9 +90,9 @@ std::pair<std::string, Params> QualityQueries::dead_code_candidates(
 }
 
 DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
-  const std::string production = sql_test_path_filter("uf", true, "id").first;
-  const std::string test_use = sql_test_path_filter("uf", false, "id").first;
+  const std::string& production = PRODUCTION_SOURCE;
   const auto [candidates, clause_params] = dead_code_candidates(production, options.component);
+  const std::string data = detail::DEAD_CODE_DATA + ", " + test_symbols();
 
   // Sorted, so that the same names in any order bind the same text.
   std::vector<std::string> members = options.runtime_members;
@@ -102,15 +113,19 @@ DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
     likely += column;
   }
 
-  // The candidate filter runs once: the ranked statement orders every candidate by its
-  // flags, path and line and counts them all beside the page's ids and flags; the texts and
-  // the test use are then read for the page's rows alone.
+  // The candidate filter runs once: the candidates are materialized in the order of the
+  // filter's scan, the names of guessed uses are read for their names alone, and the ranked
+  // statement orders every candidate by its flags, path and line and counts them all beside
+  // the page's ids and flags; the texts and the test use are then read for the page's rows
+  // alone.
   const std::string ranked =
-      detail::DEAD_CODE_DATA + ", " +
-      fill_placeholder(detail::GUESSED_NAMES, "production", production) +
-      " SELECT id, r0, r1, r2, COUNT(*) OVER () FROM (SELECT s.id AS id, f.path AS path, "
+      data +
+      ", candidate AS MATERIALIZED (SELECT s.id AS id, s.name AS name, f.path AS path, "
+      "s.start_line AS start_line " +
+      candidates + "), " + fill_placeholder(detail::GUESSED_NAMES, "production", production) +
+      " SELECT id, r0, r1, r2, COUNT(*) OVER () FROM (SELECT s.id AS id, s.path AS path, "
       "s.start_line AS start_line, " +
-      flags + " " + candidates + ") ORDER BY (" + likely + "), path, start_line LIMIT ? OFFSET ?";
+      flags + " FROM candidate s) ORDER BY (" + likely + "), path, start_line LIMIT ? OFFSET ?";
   // One row more than the page decides whether more follow; the largest limit has no room
   // for it, and no index holds that many rows anyway.
   const std::int64_t limit = std::max<std::int64_t>(options.limit, 0);
@@ -127,8 +142,7 @@ DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
     page.total_count = to_int(rows.front().at(4));
   } else if (options.offset > 0) {
     // Past the last candidate the ranked statement has no row to carry the count.
-    const auto count =
-        db().fetchone(detail::DEAD_CODE_DATA + "SELECT COUNT(*) " + candidates, params);
+    const auto count = db().fetchone(data + " SELECT COUNT(*) " + candidates, params);
     page.total_count = count ? to_int(count->at(0)) : 0;
   }
 
@@ -142,8 +156,9 @@ DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
   }
   ids += ']';
   const std::string texts =
-      "SELECT j.key, s.fqn, s.name, s.kind, f.path, s.start_line, EXISTS (" +
-      use_of_candidate(test_use) +
+      "WITH " + test_symbols() +
+      " SELECT j.key, s.fqn, s.name, s.kind, f.path, s.start_line, EXISTS (" +
+      use_of_candidate(TEST_SOURCE) +
       ") FROM json_each(?) j JOIN symbols s ON s.id = j.value JOIN files f ON f.id = s.file_id "
       "ORDER BY j.key";
   const std::vector<Row> details = db().fetchall(texts, {Value{ids}});
