@@ -46,6 +46,9 @@ class RowScan {
   // first placeholder (the others keep their values). Throws DatabaseError on any SQLite
   // error, and when the statement has no placeholder.
   void rerun(std::int64_t value);
+  // Rewinds the statement like rerun(value), with values[i] bound to placeholder i + 1.
+  // Throws DatabaseError on any SQLite error, and when the statement has fewer placeholders.
+  void rerun(const std::int64_t* values, std::size_t count);
   // Steps to the next row; false once the rows are exhausted.
   bool next();
   // Whether column `column` of the current row holds an integer (not NULL, real or text).
