@@ -74,17 +74,10 @@ RowScan::~RowScan() {
   sqlite3_finalize(statement_);
 }
 
-void RowScan::rerun(std::int64_t value) {
-  if (sqlite3_bind_parameter_count(statement_) < 1)
-    throw DatabaseError(db_.path(), "statement has no placeholder to bind");
-  // A failed step already reported its error; reset repeats its code, not a new error.
-  sqlite3_reset(statement_);
-  if (sqlite3_bind_int64(statement_, 1, value) != SQLITE_OK) fail(db_);
-}
-
 void RowScan::rerun(const std::int64_t* values, std::size_t count) {
   if (static_cast<std::size_t>(sqlite3_bind_parameter_count(statement_)) < count)
     throw DatabaseError(db_.path(), "statement has too few placeholders to bind");
+  // A failed step already reported its error; reset repeats its code, not a new error.
   sqlite3_reset(statement_);
   for (std::size_t i = 0; i < count; ++i) {
     if (sqlite3_bind_int64(statement_, static_cast<int>(i) + 1, values[i]) != SQLITE_OK) fail(db_);

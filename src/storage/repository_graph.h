@@ -42,12 +42,9 @@ class RowScan {
   RowScan(const RowScan&) = delete;
   RowScan& operator=(const RowScan&) = delete;
 
-  // Rewinds the statement to run again from its first row, with `value` bound to its
-  // first placeholder (the others keep their values). Throws DatabaseError on any SQLite
-  // error, and when the statement has no placeholder.
-  void rerun(std::int64_t value);
-  // Rewinds the statement like rerun(value), with values[i] bound to placeholder i + 1.
-  // Throws DatabaseError on any SQLite error, and when the statement has fewer placeholders.
+  // Rewinds the statement to run again from its first row, with values[i] bound to
+  // placeholder i + 1 (any others keep their values). Throws DatabaseError on any SQLite
+  // error, and when the statement has fewer placeholders than `count`.
   void rerun(const std::int64_t* values, std::size_t count);
   // Steps to the next row; false once the rows are exhausted.
   bool next();
