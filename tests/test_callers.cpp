@@ -125,7 +125,8 @@ TEST(Callers, SharedFragments) {
   EXPECT_EQ(detail::HIERARCHY_SQL, "('inherits', 'implements')");
   EXPECT_EQ(fill_placeholder(fill_placeholder(detail::PRODUCTION_USE, "target", "s.id"),
                              "production", "P"),
-            "SELECT 1 FROM edges e WHERE e.target_id = s.id AND e.source_id P");
+            "SELECT 1 FROM edges e JOIN symbols u ON u.id = e.source_id JOIN files uf ON uf.id = "
+            "u.file_id WHERE e.target_id = s.id AND P");
 }
 
 }  // namespace

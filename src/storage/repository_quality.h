@@ -193,7 +193,7 @@ class QualityQueries {
 
   // The candidate clause of the dead-code listing ("FROM symbols s JOIN files f ... WHERE
   // ...") and the values of its placeholders, in order. `production` is the test of a
-  // using symbol's id (as in detail::PRODUCTION_USE) that holds for production code; an
+  // using symbol's id (as in detail::EDGE_USE) that holds for production code; an
   // empty `component` means all.
   static std::pair<std::string, Params> dead_code_candidates(
       const std::string& production, const std::optional<std::string>& component);
@@ -211,10 +211,14 @@ inline constexpr std::size_t MAX_BOUND_IDS = MAX_BOUND_VALUES;
 extern const std::string HIERARCHY_SQL;
 // The fqn of the parent of the symbol aliased s.
 extern const std::string PARENT_FQN;
-// A subquery finding one edge aliased e into {target} whose source id satisfies
-// {production}, a test of the form "IN (...)" or "NOT IN (...)". It reads the edge alone:
-// every edge of an index leaves a symbol of one of its files.
+// A subquery finding one edge aliased e into {target} from a symbol aliased u whose file,
+// aliased uf, satisfies {production}.
 extern const std::string PRODUCTION_USE;
+// The dead-code listing's form of PRODUCTION_USE: one edge aliased e into {target} whose
+// source id satisfies {production}, a test of the form "IN (...)" or "NOT IN (...)". It
+// reads the edge alone (idx_edges_target covers target, resolution and source), which the
+// indexer's indexes allow: every edge leaves a symbol of one of their files.
+extern const std::string EDGE_USE;
 // The kinds that are never dead code.
 inline constexpr std::array<std::string_view, 7> NOT_DEAD_CODE_KINDS{
     "constant", "variable", "file", "section", "import", "module", TOPLEVEL_KIND};
@@ -226,7 +230,7 @@ extern const std::string DEAD_CODE_DATA;
 extern const std::string TEST_SYMBOLS;
 // A common table expression to follow one named candidate with a column name (after a
 // comma): guessed_name(name, low_id, high_id), one row per candidate name that has guessed
-// uses from sources whose id satisfies {production} (as in PRODUCTION_USE), with the lowest
+// uses from sources whose id satisfies {production} (as in EDGE_USE), with the lowest
 // and highest id of the definitions so used. Built once per statement, so a flag on a
 // candidate's name costs one lookup.
 extern const std::string GUESSED_NAMES;

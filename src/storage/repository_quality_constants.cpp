@@ -14,9 +14,13 @@ const std::string HIERARCHY_SQL = sql_quoted_list(HIERARCHY_KINDS);
 
 const std::string PARENT_FQN = "substr(s.fqn, 1, length(s.fqn) - length(s.name) - 1)";
 
+const std::string PRODUCTION_USE =
+    "SELECT 1 FROM edges e JOIN symbols u ON u.id = e.source_id JOIN files uf ON uf.id = "
+    "u.file_id WHERE e.target_id = {target} AND {production}";
+
 // The edge's own columns decide: idx_edges_target covers the target, the resolution and the
 // source, so the lookup reads no symbol or file row.
-const std::string PRODUCTION_USE =
+const std::string EDGE_USE =
     "SELECT 1 FROM edges e WHERE e.target_id = {target} AND e.source_id {production}";
 
 const std::string DEAD_CODE_DATA =
@@ -68,7 +72,7 @@ const std::array<std::string, 6> UNSEEN_USES{
 };
 
 const std::array<std::pair<std::string, std::string>, 3> LIKELY_REASONS{{
-    {"EXISTS (" + fill_placeholder(PRODUCTION_USE, "target", "s.id") + " AND " + GUESSED_SQL + ")",
+    {"EXISTS (" + fill_placeholder(EDGE_USE, "target", "s.id") + " AND " + GUESSED_SQL + ")",
      "its only uses are guesses between same-named definitions"},
     // Another definition of the name has a guessed production use: the name's guessed
     // targets are not all this symbol (GUESSED_NAMES holds their lowest and highest id).

@@ -33,7 +33,7 @@ namespace {
 
 // The subquery finding one use of the candidate s from a symbol whose id passes `sources`.
 std::string use_of_candidate(const std::string& sources) {
-  return fill_placeholder(fill_placeholder(detail::PRODUCTION_USE, "target", "s.id"), "production",
+  return fill_placeholder(fill_placeholder(detail::EDGE_USE, "target", "s.id"), "production",
                           sources);
 }
 
