@@ -517,7 +517,8 @@ class Generator {
 // cached before they changed is never read.
 std::string schema_tag() {
   std::uint64_t hash = 14695981039346656037ull;
-  for (const std::string_view text : {INDEX_TABLES_SQL, INDEX_LOOKUPS_SQL}) {
+  for (const std::string_view text :
+       {INDEX_TABLES_SQL, INDEX_FILE_LOOKUPS_SQL, INDEX_LINK_LOOKUPS_SQL}) {
     for (const char c : text) {
       hash ^= static_cast<unsigned char>(c);
       hash *= 1099511628211ull;
@@ -580,7 +581,8 @@ void generate_index(const std::string& path, const GenerateOptions& options) {
     generator.run(db.handle());
   }
   db.execute("COMMIT");
-  db.execute(INDEX_LOOKUPS_SQL);
+  db.execute(INDEX_FILE_LOOKUPS_SQL);
+  db.execute(INDEX_LINK_LOOKUPS_SQL);
   db.execute("ANALYZE");
 }
 

@@ -60,24 +60,6 @@ class Insert {
   sqlite3_stmt* stmt_ = nullptr;
 };
 
-// The statements of INDEX_LOOKUPS_SQL that index the tables complete once the files are
-// written (files, components, symbols), or with `links` those on the edges and pending
-// references. The first are built while the files are still being resolved.
-std::string lookups_sql(bool links) {
-  std::string chosen;
-  std::string_view all = INDEX_LOOKUPS_SQL;
-  while (!all.empty()) {
-    const std::size_t end = all.find(';');
-    const std::string_view statement = all.substr(0, end);
-    all.remove_prefix(end == std::string_view::npos ? all.size() : end + 1);
-    if (statement.find_first_not_of(" \n") == std::string_view::npos) continue;
-    const bool on_links = statement.find(" ON edges(") != std::string_view::npos ||
-                          statement.find(" ON pending_references(") != std::string_view::npos;
-    if (on_links == links) chosen.append(statement).append(";");
-  }
-  return chosen;
-}
-
 }  // namespace
 
 struct IndexWriter::Statements {
@@ -161,7 +143,8 @@ void IndexWriter::write_files(const std::vector<ListedFile>& files,
       ++counts_.symbols;
     }
   }
-  statements_->db.execute(lookups_sql(false));
+  // Indexed beside the resolving of the files, whose links come later.
+  statements_->db.execute(INDEX_FILE_LOOKUPS_SQL);
 }
 
 void IndexWriter::write_links(const FileLinks& links) {
@@ -185,7 +168,7 @@ void IndexWriter::write_links(const FileLinks& links) {
 
 WriteCounts IndexWriter::finish() {
   Database& db = statements_->db;
-  db.execute(lookups_sql(true));
+  db.execute(INDEX_LINK_LOOKUPS_SQL);
   db.execute("COMMIT; ANALYZE;");
   return counts_;
 }

@@ -408,13 +408,8 @@ void PythonResolver::linearize(std::int64_t cls) {
     }
     std::vector<std::vector<std::int64_t>> base_orders;
     if (consistent_bases) {
-      for (std::int64_t base : direct) {
-        base_orders.emplace_back();
-        each_in_order(base, [&](std::int64_t c) {
-          base_orders.back().push_back(c);
-          return true;
-        });
-      }
+      for (std::int64_t base : direct)
+        base_orders.push_back(lookup_order({base}));
     }
     std::vector<const std::vector<std::int64_t>*> lists;
     for (const auto& base_order : base_orders)

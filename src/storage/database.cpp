@@ -443,13 +443,16 @@ CREATE TABLE pending_references (
 );
 )sql";
 
-const std::string_view INDEX_LOOKUPS_SQL = R"sql(
+const std::string_view INDEX_FILE_LOOKUPS_SQL = R"sql(
 CREATE INDEX idx_files_path ON files(path);
 CREATE INDEX idx_files_component ON files(component_id);
 CREATE INDEX idx_components_name ON components(name);
 CREATE INDEX idx_symbols_fqn ON symbols(fqn, file_id, kind);
 CREATE INDEX idx_symbols_name ON symbols(name);
 CREATE INDEX idx_symbols_file ON symbols(file_id, kind);
+)sql";
+
+const std::string_view INDEX_LINK_LOOKUPS_SQL = R"sql(
 CREATE INDEX idx_edges_target ON edges(target_id, kind, resolution, source_id, line);
 CREATE INDEX idx_edges_source ON edges(source_id, kind, resolution, target_id);
 CREATE INDEX idx_pending_name ON pending_references(target_name);
@@ -460,7 +463,10 @@ Database create_index(const std::string& path, bool with_lookups) {
   db.execute("BEGIN");
   try {
     db.execute(INDEX_TABLES_SQL);
-    if (with_lookups) db.execute(INDEX_LOOKUPS_SQL);
+    if (with_lookups) {
+      db.execute(INDEX_FILE_LOOKUPS_SQL);
+      db.execute(INDEX_LINK_LOOKUPS_SQL);
+    }
     db.execute("COMMIT");
   } catch (...) {
     sqlite3_exec(db.handle(), "ROLLBACK", nullptr, nullptr, nullptr);

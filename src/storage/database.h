@@ -99,14 +99,18 @@ class Database {
 
 // The tables of an index: files, symbols, edges, components, pending_references.
 extern const std::string_view INDEX_TABLES_SQL;
-// The lookup indexes that keep the queries fast on large indexes (edges by target and by
-// source, symbols by fqn, name and file, files by path, pending references by name).
-extern const std::string_view INDEX_LOOKUPS_SQL;
+// The lookup indexes that keep the queries fast on large indexes, in two parts: those on
+// the files, components and symbols (files by path and component, symbols by fqn, name and
+// file), and those on the links between symbols (edges by target and by source, pending
+// references by name), so that a writer can build the first while it still writes the
+// links.
+extern const std::string_view INDEX_FILE_LOOKUPS_SQL;
+extern const std::string_view INDEX_LINK_LOOKUPS_SQL;
 
 // Creates a new, empty index at `path` and returns a writable connection to it. With
 // `with_lookups` false the lookup indexes are left out, for a writer that bulk-loads first
-// and adds them afterwards (execute(INDEX_LOOKUPS_SQL)). Throws DatabaseError when the file
-// already holds an index or cannot be written.
+// and adds them afterwards (execute both parts of the lookups). Throws DatabaseError when
+// the file already holds an index or cannot be written.
 Database create_index(const std::string& path, bool with_lookups = true);
 
 }  // namespace quarry

@@ -132,11 +132,11 @@ class CallerLookup {
   std::vector<Found> callers_;   // the callers of a level's symbols, by asked id
 };
 
-// "FROM edges e WHERE ..." the proven calls into the symbol bound to the placeholder. The
+// " AND e.kind = 'call' AND ...": the edge aliased e is a call that is no guess. The
 // guessed resolutions are left out one comparison each (a NULL resolution passes none, as
 // with NOT IN), which SQLite runs without building the list at each run.
-std::string proven_calls_into_sql() {
-  std::string sql = "FROM edges e WHERE e.target_id = ? AND e.kind = 'call'";
+std::string proven_call_sql() {
+  std::string sql = " AND e.kind = 'call'";
   for (const std::string_view resolution : GUESSED_RESOLUTIONS) {
     sql += " AND e.resolution <> '";
     sql += resolution;
@@ -145,18 +145,17 @@ std::string proven_calls_into_sql() {
   return sql;
 }
 
+// "FROM edges e WHERE ..." the proven calls into the symbol bound to the placeholder.
+std::string proven_calls_into_sql() {
+  return "FROM edges e WHERE e.target_id = ?" + proven_call_sql();
+}
+
 // The proven calls into the BATCH symbols bound to the placeholders: the callee, the
 // caller and the line, the same rows as proven_calls_into_sql gives for each. One run
 // searches the index once per symbol, without the statement's setup per symbol.
 std::string proven_calls_into_batch_sql() {
-  std::string sql = "SELECT e.target_id, e.source_id, e.line FROM edges e WHERE e.target_id IN (" +
-                    placeholders(BATCH) + ") AND e.kind = 'call'";
-  for (const std::string_view resolution : GUESSED_RESOLUTIONS) {
-    sql += " AND e.resolution <> '";
-    sql += resolution;
-    sql += "'";
-  }
-  return sql;
+  return "SELECT e.target_id, e.source_id, e.line FROM edges e WHERE e.target_id IN (" +
+         placeholders(BATCH) + ")" + proven_call_sql();
 }
 
 CallerLookup::CallerLookup(Database& db, const std::vector<std::int64_t>& ids)
