@@ -12,9 +12,17 @@ namespace quarry::indexer {
 
 namespace {
 
-// The page cache of the writing connection, in KiB: the lookup indexes are sorted within
-// it, and a larger cache spills fewer sorted runs to disk.
-constexpr int WRITER_CACHE_KIB = 128 * 1024;
+// The page cache of the writing connection, in KiB, while rows are written: the parsed
+// models of the whole repository are held meanwhile, so the cache stays small and spills
+// its pages to the file.
+constexpr int WRITING_CACHE_KIB = 16 * 1024;
+// The page cache once the models are freed, in KiB: the link lookup indexes are sorted
+// within it, and a larger cache spills fewer sorted runs to disk.
+constexpr int INDEXING_CACHE_KIB = 128 * 1024;
+
+std::string cache_size_sql(int kib) {
+  return "PRAGMA cache_size = -" + std::to_string(kib) + ";";
+}
 
 // One insert statement, prepared once and run per row with its values bound in place:
 // the writer runs it millions of times on a large repository, so no row is built as
@@ -36,8 +44,8 @@ class Insert {
     return *this;
   }
   Insert& text(int column, std::string_view value) {
-    check(sqlite3_bind_text64(stmt_, column, value.data(), value.size(), SQLITE_STATIC,
-                              SQLITE_UTF8));
+    check(
+        sqlite3_bind_text64(stmt_, column, value.data(), value.size(), SQLITE_STATIC, SQLITE_UTF8));
     return *this;
   }
   Insert& null(int column) {
@@ -86,8 +94,8 @@ namespace {
 Database open_for_writing(const std::string& path, const IndexMeta& meta) {
   Database db = create_index(path, false);
   // The file is renamed into place only when complete; it needs no journal.
-  db.execute("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; PRAGMA cache_size = -" +
-             std::to_string(WRITER_CACHE_KIB) + "; BEGIN");
+  db.execute("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; " +
+             cache_size_sql(WRITING_CACHE_KIB) + " BEGIN");
   write_index_meta(db, meta);
   return db;
 }
@@ -168,6 +176,7 @@ void IndexWriter::write_links(const FileLinks& links) {
 
 WriteCounts IndexWriter::finish() {
   Database& db = statements_->db;
+  db.execute(cache_size_sql(INDEXING_CACHE_KIB));
   db.execute(INDEX_LINK_LOOKUPS_SQL);
   db.execute("COMMIT; ANALYZE;");
   return counts_;

@@ -48,8 +48,9 @@ class IndexWriter {
   // Writes one file's edges and pending references.
   void write_links(const FileLinks& links);
 
-  // Adds the lookup indexes of the links, commits and gathers the planner's statistics.
-  // Nothing may be written after it.
+  // Adds the lookup indexes of the links, commits and gathers the planner's statistics,
+  // with a page cache larger than the one rows are written through: call it once the
+  // parsed models are freed. Nothing may be written after it.
   WriteCounts finish();
 
  private:

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <iterator>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -121,6 +122,33 @@ class WriteHandoff {
     changed_.wait(lock, [&] { return resolved_[file] || stopped_; });
     return !stopped_;
   }
+  // The writer has written the files and definitions: it reads the models no more.
+  void files_written() {
+    {
+      const std::lock_guard lock(mutex_);
+      files_written_ = true;
+    }
+    changed_.notify_all();
+  }
+  // Waits until the writer reads the models no more: it has written them, or it has ended.
+  void wait_files_written() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return files_written_ || writer_ended_; });
+  }
+  // The models and the resolver are freed: the writer may take the memory they held.
+  void released() {
+    {
+      const std::lock_guard lock(mutex_);
+      released_ = true;
+    }
+    changed_.notify_all();
+  }
+  // For the writer: waits until the models are freed; false when resolving stopped first.
+  bool wait_released() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return released_ || stopped_; });
+    return !stopped_;
+  }
   // The writer has ended, whether it completed the index or not.
   void writer_ended() {
     {
@@ -140,6 +168,8 @@ class WriteHandoff {
   std::condition_variable changed_;
   std::vector<bool> resolved_;
   bool stopped_ = false;
+  bool files_written_ = false;
+  bool released_ = false;
   bool writer_ended_ = false;
 };
 
@@ -292,13 +322,14 @@ IndexSummary build_index(const IndexOptions& options) {
     try {
       IndexWriter index(target.temporary(), meta);
       index.write_files(files, models, first_symbol_ids(models));
+      handoff.files_written();
       for (std::size_t i = 0; i < links.size() && handoff.wait_resolved(i); ++i) {
         index.write_links(links[i]);
         links[i].edges = {};
         links[i].pending = {};
         ++written;
       }
-      if (written == links.size()) counts = index.finish();
+      if (written == links.size() && handoff.wait_released()) counts = index.finish();
     } catch (...) {
       write_failure = std::current_exception();
     }
@@ -310,6 +341,9 @@ IndexSummary build_index(const IndexOptions& options) {
         models.size(), threads,
         [&](unsigned, std::size_t i) {
           on_file(PHASE_RESOLVING, models[i].path, [&] { links[i] = resolver.resolve(i); });
+          // Only this file's own resolving reads its uses.
+          models[i].uses = {};
+          models[i].string_uses = {};
           handoff.resolved(i);
         },
         report(PHASE_RESOLVING, models.size()));
@@ -317,6 +351,15 @@ IndexSummary build_index(const IndexOptions& options) {
     handoff.stop();
     throw;
   }
+  // The models are no longer read: freed before the writer sorts the link indexes.
+  std::vector<std::string> model_warnings;
+  for (FileModel& model : models) {
+    std::move(model.warnings.begin(), model.warnings.end(), std::back_inserter(model_warnings));
+  }
+  summary.python_files = models.size();
+  handoff.wait_files_written();
+  models = {};
+  handoff.released();
   // A step per file's links, and one for the lookup indexes.
   const std::size_t write_steps = links.size() + 1;
   while (!handoff.wait_writer(std::chrono::milliseconds(100))) {
@@ -327,11 +370,8 @@ IndexSummary build_index(const IndexOptions& options) {
   if (options.progress) options.progress(PHASE_WRITING, write_steps, write_steps);
   target.commit();
   ignore_index_dir(options.db_path, summary.warnings);
-  for (const FileModel& model : models) {
-    summary.warnings.insert(summary.warnings.end(), model.warnings.begin(), model.warnings.end());
-  }
+  std::move(model_warnings.begin(), model_warnings.end(), std::back_inserter(summary.warnings));
   summary.files = files.size();
-  summary.python_files = models.size();
   summary.symbols = counts.symbols;
   summary.edges = counts.edges;
   summary.pending_references = counts.pending_references;
