@@ -1,15 +1,23 @@
 // What the indexer learns from one Python file before names are bound across files:
 // its definitions, its scopes with the names each binds, and the uses of names.
+//
+// The records hold their names, chains and lists as views into the ModelStore of the
+// parser that read the file (FileModel::store keeps it alive): a repository has millions
+// of uses and bindings, and a record of a few words with no allocation of its own keeps
+// all of them in memory at a fraction of the size.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "indexer/model_store.h"
 #include "models/symbol.h"
 
 namespace quarry::indexer {
@@ -24,10 +32,12 @@ struct TypeHint {
     name,        // the value `chain` stands for: `self.session = session`
   };
   Kind kind = Kind::name;
-  std::vector<std::string> chain;
+  Chain chain;
   int scope = 0;
 
-  bool operator==(const TypeHint&) const = default;
+  bool operator==(const TypeHint& other) const {
+    return kind == other.kind && scope == other.scope && std::ranges::equal(chain, other.chain);
+  }
 };
 
 // The most hints kept for one value, one function's result or one attribute of a class.
@@ -44,40 +54,52 @@ struct Binding {
   };
   Kind kind = Kind::value;
   int definition = -1;
-  std::string module;
-  std::string name;
+  std::string_view module;
+  std::string_view name;
   // Further definitions of the same name in the same scope (a name defined twice).
-  std::vector<int> also;
+  std::span<const int> also;
   // For a value: where its type can be read from (its annotation, what it is assigned).
-  std::vector<TypeHint> hints;
+  std::span<const TypeHint> hints;
   // For a parameter (a value whose `definition` is its function and `name` its own): the
   // arguments of the function's calls tell its type too.
   bool parameter = false;
 };
 
+// An attribute of a class's instances and where its type can be read from.
+struct Attribute {
+  std::string_view name;
+  std::span<const TypeHint> hints;
+};
+
 // One row of `symbols`, local to its file.
 struct Definition {
-  std::string name;
-  std::string kind;
-  std::string fqn;
+  std::string_view name;
+  std::string_view kind;  // one of symbol_kind's, or TOPLEVEL_KIND
+  std::string_view fqn;
   std::int64_t start_line = 0;
   std::int64_t end_line = 0;
-  std::optional<std::string> signature;
+  std::optional<std::string_view> signature;
   bool is_export = false;
   // For an import binding: what it binds, so that re-exports can be followed.
-  std::optional<Binding> import;
+  const Binding* import = nullptr;
   // For a class: the scope of its body, where its members are bound.
   int body_scope = -1;
   // For a variable: where its type can be read from; for a function: its return
   // annotation, or without one what its return statements return.
-  std::vector<TypeHint> hints;
+  std::span<const TypeHint> hints;
   bool returns_annotated = false;
   // For a function or method: the names of its parameters that an argument can be given
   // by position, in order (self included).
-  std::vector<std::string> parameters;
+  std::span<const std::string_view> parameters;
   // For a class: the types of the attributes its methods assign (`self.x = ...`) or that
-  // its body annotates, by attribute name.
-  std::unordered_map<std::string, std::vector<TypeHint>> attributes;
+  // its body annotates, in the order first met.
+  std::vector<Attribute> attributes;
+
+  // The attribute `name` of the class's instances, or null.
+  const Attribute* attribute(std::string_view name) const {
+    auto it = std::ranges::find(attributes, name, &Attribute::name);
+    return it == attributes.end() ? nullptr : &*it;
+  }
 };
 
 struct Scope {
@@ -89,18 +111,20 @@ struct Scope {
   int owner = 0;
   // The class whose method this scope is the body of, or -1.
   int method_of = -1;
-  std::string fqn;
-  std::unordered_map<std::string, Binding> bindings;
-  std::vector<std::string> globals;  // names declared global or nonlocal here
+  std::string_view fqn;
+  // Keyed by views into the store, hashed as the names themselves: the order in which they
+  // are walked is that of a map keyed by the names.
+  std::unordered_map<std::string_view, Binding> bindings;
+  std::vector<std::string_view> globals;  // names declared global or nonlocal here
 };
 
-enum class UseKind { call, reference, type, decorates, inherits, import };
+enum class UseKind : std::uint8_t { call, reference, type, decorates, inherits, import };
 
 // An argument of a call: its position among the positional arguments (or -1), or its
 // keyword, and what it is.
 struct Argument {
   int position = -1;
-  std::string keyword;
+  std::string_view keyword;
   TypeHint hint;
 
   bool operator==(const Argument&) const = default;
@@ -112,13 +136,12 @@ struct Use {
   UseKind kind = UseKind::reference;
   int scope = 0;
   int source = 0;  // the definition the edge comes from
-  std::vector<std::string> chain;
-  std::int64_t line = 0;
-  // For an import: what it imported (the chain is empty). Shared, not held, so that a
-  // use stays small: a file has many uses and few imports.
-  std::shared_ptr<const Binding> imported;
+  std::uint32_t line = 0;
+  Chain chain;
+  // For an import: what it imported (the chain is empty).
+  const Binding* imported = nullptr;
   // For a call: what its arguments are, as far as a hint tells (names, attributes, calls).
-  std::vector<Argument> arguments;
+  std::span<const Argument> arguments;
 };
 
 // The longest chain that is followed name by name; a call further down a longer chain is
@@ -154,6 +177,8 @@ struct StringUse {
 };
 
 struct FileModel {
+  // Holds what the records view; shared by the models of files one parser read.
+  std::shared_ptr<const ModelStore> store;
   std::string path;
   std::string module;       // dotted module name
   bool is_package = false;  // an __init__ file

@@ -115,8 +115,9 @@ bool is_builtin_literal(std::string_view type) {
 // constant time on average.
 class ModelBuilder {
  public:
-  ModelBuilder(FileModel& model, std::string_view source, TSNode root)
-      : m_(model), src_(source), root_(root), cursor_(ts_tree_cursor_new(root)) {}
+  // Stores the model's names and lists in `store`.
+  ModelBuilder(FileModel& model, ModelStore& store, std::string_view source, TSNode root)
+      : m_(model), store_(store), src_(source), root_(root), cursor_(ts_tree_cursor_new(root)) {}
   ~ModelBuilder() { ts_tree_cursor_delete(&cursor_); }
   ModelBuilder(const ModelBuilder&) = delete;
   ModelBuilder& operator=(const ModelBuilder&) = delete;
@@ -223,7 +224,7 @@ class ModelBuilder {
   // binding of a name in a scope is kept.
   void bind(int scope, const std::string& name, Binding binding) {
     auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
-    auto [it, inserted] = bindings.try_emplace(name, binding);
+    auto [it, inserted] = bindings.try_emplace(store_.name(name), binding);
     if (inserted) return;
     Binding& existing = it->second;
     if (binding.kind == Binding::Kind::definition) {
@@ -232,13 +233,17 @@ class ModelBuilder {
       } else if (existing.kind != Binding::Kind::instance) {
         // Defined twice, or imported and defined as a fallback (`try: from x import f`
         // `except ImportError: def f(): ...`): the name stands for each.
-        existing.also.push_back(binding.definition);
+        existing.also = store_.append(existing.also, binding.definition);
       }
     }
   }
 
-  void use(UseKind kind, int scope, int source, std::vector<std::string> chain, std::int64_t line) {
-    m_.uses.push_back({kind, scope, source, std::move(chain), line, nullptr});
+  void use(UseKind kind, int scope, int source, const std::vector<std::string>& chain,
+           std::int64_t line) {
+    use(kind, scope, source, store_.chain(chain), line);
+  }
+  void use(UseKind kind, int scope, int source, Chain chain, std::int64_t line) {
+    m_.uses.push_back({kind, scope, source, static_cast<std::uint32_t>(line), chain, nullptr, {}});
   }
 
   // The dotted chain an expression names: "a.b.c" as {a, b, c}; super().m as {"", m}.
@@ -333,15 +338,16 @@ class ModelBuilder {
         called = {std::string(UNKNOWN_VALUE), walk.names[length - 1]};
       }
       if (worth_a_use(called)) {
-        use(UseKind::call, frame.scope, frame.owner, std::move(called), line_of(call));
-        m_.uses.back().arguments = argument_hints(field(call, "arguments"), frame.scope);
+        use(UseKind::call, frame.scope, frame.owner, called, line_of(call));
+        m_.uses.back().arguments =
+            store_.copy(argument_hints(field(call, "arguments"), frame.scope));
       }
       push(field(call, "arguments"), frame.scope, frame.owner);
     }
     if (walk.has_base) push(walk.base, frame.scope, frame.owner, frame.type_mode);
     if (walk.names.back() != CALL_RESULT && walk.names.front() != UNKNOWN_VALUE &&
         walk.names.size() <= MAX_CHAIN_LENGTH) {
-      use(kind, frame.scope, frame.owner, std::move(walk.names), line_of(node));
+      use(kind, frame.scope, frame.owner, walk.names, line_of(node));
     }
   }
 
@@ -378,7 +384,7 @@ class ModelBuilder {
       push_children(frame);
     } else if (type == "global_statement" || type == "nonlocal_statement") {
       for (TSNode name : named_children(frame.node)) {
-        m_.scopes[static_cast<std::size_t>(frame.scope)].globals.push_back(text(name));
+        m_.scopes[static_cast<std::size_t>(frame.scope)].globals.push_back(store_.name(text(name)));
       }
     } else if (type == "call") {
       visit_call(frame);
@@ -424,7 +430,7 @@ class ModelBuilder {
     } else if (type == "string" && frame.type_mode) {
       // An annotation written as a string names its classes all the same.
       for (TypeHint& hint : annotation_hints(frame.node, frame.scope))
-        use(UseKind::type, frame.scope, frame.owner, std::move(hint.chain), line_of(frame.node));
+        use(UseKind::type, frame.scope, frame.owner, hint.chain, line_of(frame.node));
     } else if (type == "case_pattern" || type == "dotted_name" || type == "comment" ||
                type == "string_content" || type == "future_import_statement" ||
                type == "string_start" || type == "string_end" || type == "escape_sequence") {
@@ -471,16 +477,16 @@ class ModelBuilder {
     signature += header_of(definition);
 
     Definition made;
-    made.name = name;
-    made.kind = is_class                                ? std::string(symbol_kind::CLASS)
-                : outer.kind == Scope::Kind::class_body ? std::string(symbol_kind::METHOD)
-                                                        : std::string(symbol_kind::FUNCTION);
-    made.fqn = outer.fqn + "." + name;
+    made.name = store_.name(name);
+    made.kind = is_class                                ? symbol_kind::CLASS
+                : outer.kind == Scope::Kind::class_body ? symbol_kind::METHOD
+                                                        : symbol_kind::FUNCTION;
+    made.fqn = member_fqn(frame.scope, name);
     made.start_line = line_of(definition);
     made.end_line = end_line_of(definition);
-    made.signature = signature;
+    made.signature = store_.copy(signature);
     const int method_of = outer.kind == Scope::Kind::class_body ? outer.owner : -1;
-    const std::string fqn = made.fqn;
+    const std::string_view fqn = made.fqn;
     const int id = add_definition(std::move(made));
     bind(frame.scope, name, {Binding::Kind::definition, id, {}, {}, {}});
 
@@ -520,7 +526,7 @@ class ModelBuilder {
                      method_of >= 0 && !is_static ? method_of : -1);
     const TSNode returns = field(definition, "return_type");
     Definition& function = m_.definitions[static_cast<std::size_t>(id)];
-    function.hints = annotation_hints(returns, frame.scope);
+    function.hints = store_.copy(annotation_hints(returns, frame.scope));
     function.returns_annotated = !function.hints.empty();
     push(returns, frame.scope, id, true);
     push(field(definition, "body"), body, id);
@@ -559,6 +565,7 @@ class ModelBuilder {
     if (ts_node_is_null(parameters)) return;
     bool first = true;
     bool past_star = false;  // parameters after * or *args are given by keyword only
+    std::vector<std::string_view> positional;
     for (TSNode parameter : named_children(parameters)) {
       const std::string_view type = type_of(parameter);
       if (type == "keyword_separator") past_star = true;
@@ -581,7 +588,7 @@ class ModelBuilder {
       if (splat) {
         name = ts_node_named_child(name, 0);
         // *args is a tuple and **kwargs a dict, whatever their annotation says of the items.
-        hints.assign(1, {TypeHint::Kind::name, {std::string(BUILTIN_VALUE)}, outer.scope});
+        hints.assign(1, {TypeHint::Kind::name, builtin_chain(), outer.scope});
       }
       if (ts_node_is_null(name) || type_of(name) != "identifier") {
         if (!ts_node_is_null(name)) bind_targets(name, body, function);
@@ -589,20 +596,21 @@ class ModelBuilder {
         continue;
       }
       if (!splat && !past_star) {
-        m_.definitions[static_cast<std::size_t>(function)].parameters.push_back(text(name));
+        positional.push_back(store_.name(text(name)));
       }
       if (first && instance_of >= 0) {
         bind(body, text(name), {Binding::Kind::instance, instance_of, {}, {}, {}});
       } else {
         Binding value;
-        value.hints = std::move(hints);
+        value.hints = store_.copy(hints);
         value.definition = function;
-        value.name = text(name);
+        value.name = store_.name(text(name));
         value.parameter = true;
         bind(body, text(name), std::move(value));
       }
       first = false;
     }
+    m_.definitions[static_cast<std::size_t>(function)].parameters = store_.copy(positional);
   }
 
   int open_lambda_scope(const Frame& frame) {
@@ -658,10 +666,9 @@ class ModelBuilder {
       return;
     }
     Definition made;
-    made.name = name;
-    made.kind = is_constant_name(name) ? std::string(symbol_kind::CONSTANT)
-                                       : std::string(symbol_kind::VARIABLE);
-    made.fqn = m_.scopes[static_cast<std::size_t>(scope)].fqn + "." + name;
+    made.name = store_.name(name);
+    made.kind = is_constant_name(name) ? symbol_kind::CONSTANT : symbol_kind::VARIABLE;
+    made.fqn = member_fqn(scope, name);
     made.start_line = line;
     made.end_line = end_line;
     const int id = add_definition(std::move(made));
@@ -696,7 +703,7 @@ class ModelBuilder {
       if (ts_node_is_null(node)) continue;
       const std::string_view type = type_of(node);
       if (is_builtin_literal(type)) {
-        hints.push_back({TypeHint::Kind::name, {std::string(BUILTIN_VALUE)}, scope});
+        hints.push_back({TypeHint::Kind::name, builtin_chain(), scope});
       } else if (type == "call" || type == "identifier" || type == "attribute") {
         ChainWalk walk = walk_chain(node);
         if (walk.names.front() == UNKNOWN_VALUE || walk.names.front().empty() ||
@@ -705,9 +712,9 @@ class ModelBuilder {
         }
         if (type == "call") {
           walk.names.pop_back();  // the call's own result is what the hint stands for
-          hints.push_back({TypeHint::Kind::call, std::move(walk.names), scope});
+          hints.push_back({TypeHint::Kind::call, store_.chain(walk.names), scope});
         } else {
-          hints.push_back({TypeHint::Kind::name, std::move(walk.names), scope});
+          hints.push_back({TypeHint::Kind::name, store_.chain(walk.names), scope});
         }
       } else if (type == "boolean_operator" || type == "conditional_expression" ||
                  type == "parenthesized_expression" || type == "await") {
@@ -750,7 +757,7 @@ class ModelBuilder {
         continue;
       }
       for (TypeHint& hint : value_hints(argument, scope))
-        hints.push_back({at, keyword, std::move(hint)});
+        hints.push_back({at, store_.name(keyword), hint});
     }
     return hints;
   }
@@ -815,8 +822,8 @@ class ModelBuilder {
 
   // Adds the hint that the dotted name `dotted` (spaces around dots allowed) is a class:
   // of its instances as an `annotation`, of the class itself as a `name`.
-  static void add_annotation(std::vector<TypeHint>& hints, std::string_view dotted, int scope,
-                             TypeHint::Kind kind) {
+  void add_annotation(std::vector<TypeHint>& hints, std::string_view dotted, int scope,
+                      TypeHint::Kind kind) {
     std::vector<std::string> chain;
     std::string name;
     for (char c : dotted) {
@@ -832,7 +839,7 @@ class ModelBuilder {
       if (!is_python_identifier(part)) return;
     }
     if (chain.size() == 1 && chain.front() == "None") return;
-    if (hints.size() < MAX_TYPE_HINTS) hints.push_back({kind, chain, scope});
+    if (hints.size() < MAX_TYPE_HINTS) hints.push_back({kind, store_.chain(chain), scope});
   }
 
   // Records `hints` for the value that `target` names in `scope`: a name bound there, or an
@@ -862,8 +869,19 @@ class ModelBuilder {
       const std::string name = text(field(target, "attribute"));
       if (name.empty()) return;
       Definition& owner = m_.definitions[static_cast<std::size_t>(it->second.definition)];
-      add_hints(owner.attributes[name], std::move(hints));
+      auto attribute = std::ranges::find(owner.attributes, name, &Attribute::name);
+      if (attribute == owner.attributes.end()) {
+        attribute = owner.attributes.insert(attribute, {store_.name(name), {}});
+      }
+      add_hints(attribute->hints, std::move(hints));
     }
+  }
+
+  // Adds `from` to the hints `to` of the model, stored anew when they grow.
+  void add_hints(std::span<const TypeHint>& to, std::vector<TypeHint> from) {
+    std::vector<TypeHint> hints(to.begin(), to.end());
+    add_hints(hints, std::move(from));
+    if (hints.size() != to.size()) to = store_.copy(hints);
   }
 
   static void add_hints(std::vector<TypeHint>& to, std::vector<TypeHint> from) {
@@ -877,8 +895,13 @@ class ModelBuilder {
 
   // An import edge from the importing definition to what `binding` names.
   void import_use(const Frame& frame, const Binding& binding, std::int64_t line) {
-    m_.uses.push_back({UseKind::import, frame.scope, frame.owner, {}, line,
-                       std::make_shared<const Binding>(binding)});
+    m_.uses.push_back({UseKind::import,
+                       frame.scope,
+                       frame.owner,
+                       static_cast<std::uint32_t>(line),
+                       {},
+                       store_.copy_one(binding),
+                       {}});
   }
 
   // Binds an imported name in the scope and, in a module or class, makes it a symbol.
@@ -889,31 +912,34 @@ class ModelBuilder {
     int id = -1;
     if (defines_symbols(frame.scope)) {
       Definition made;
-      made.name = name;
-      made.kind = std::string(symbol_kind::IMPORT);
-      made.fqn = m_.scopes[static_cast<std::size_t>(frame.scope)].fqn + "." + name;
+      made.name = store_.name(name);
+      made.kind = symbol_kind::IMPORT;
+      made.fqn = member_fqn(frame.scope, name);
       made.start_line = line;
       made.end_line = end_line_of(frame.node);
-      made.import = binding;
+      made.import = store_.copy_one(binding);
       id = add_definition(std::move(made));
     }
     Binding bound = binding;
     bound.definition = id;
-    bindings.emplace(name, bound);
+    bindings.emplace(store_.name(name), bound);
   }
 
   void visit_import(const Frame& frame) {
     for (TSNode item : field_children(frame.node, "name")) {
       if (type_of(item) == "aliased_import") {
-        const Binding module{Binding::Kind::module, -1, text(field(item, "name")), {}, {}};
+        const Binding module{
+            Binding::Kind::module, -1, store_.name(text(field(item, "name"))), {}, {}, {}};
         import_use(frame, module, line_of(item));
         bind_import(frame, text(field(item, "alias")), module, line_of(item));
       } else {
         // "import a.b.c" imports a.b.c and binds "a".
         const std::string module = text(item);
-        import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(item));
+        import_use(frame, {Binding::Kind::module, -1, store_.name(module), {}, {}, {}},
+                   line_of(item));
         const std::string head = module.substr(0, module.find('.'));
-        bind_import(frame, head, {Binding::Kind::module, -1, head, {}, {}}, line_of(item));
+        bind_import(frame, head, {Binding::Kind::module, -1, store_.name(head), {}, {}, {}},
+                    line_of(item));
       }
     }
   }
@@ -950,14 +976,16 @@ class ModelBuilder {
     for (TSNode child : named_children(frame.node)) {
       if (type_of(child) == "wildcard_import") {
         if (frame.scope == MODULE_SCOPE) m_.star_imports.push_back(module);
-        import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(child));
+        import_use(frame, {Binding::Kind::module, -1, store_.name(module), {}, {}, {}},
+                   line_of(child));
       }
     }
     for (TSNode item : field_children(frame.node, "name")) {
       const bool aliased = type_of(item) == "aliased_import";
       const std::string name = text(aliased ? field(item, "name") : item);
       const std::string bound = aliased ? text(field(item, "alias")) : name;
-      const Binding imported{Binding::Kind::imported_name, -1, module, name, {}};
+      const Binding imported{
+          Binding::Kind::imported_name, -1, store_.name(module), store_.name(name), {}, {}};
       import_use(frame, imported, line_of(item));
       bind_import(frame, bound, imported, line_of(item));
     }
@@ -978,8 +1006,9 @@ class ModelBuilder {
 
   void finish() {
     for (Scope& scope : m_.scopes) {
-      for (const std::string& name : scope.globals)
+      for (std::string_view name : scope.globals)
         scope.bindings.erase(name);
+      scope.globals = {};
     }
     const auto& module_bindings = m_.scopes[MODULE_SCOPE].bindings;
     for (const std::string& name : exports_) {
@@ -994,7 +1023,22 @@ class ModelBuilder {
     }
   }
 
+  // The chain of BUILTIN_VALUE alone.
+  Chain builtin_chain() {
+    const std::string_view builtin = BUILTIN_VALUE;
+    return store_.chain(std::span<const std::string_view>(&builtin, 1));
+  }
+
+  // The qualified name of `name` bound in `scope`, stored.
+  std::string_view member_fqn(int scope, std::string_view name) {
+    std::string fqn(m_.scopes[static_cast<std::size_t>(scope)].fqn);
+    fqn += '.';
+    fqn += name;
+    return store_.copy(fqn);
+  }
+
   FileModel& m_;
+  ModelStore& store_;
   std::string_view src_;
   TSNode root_;
   TSTreeCursor cursor_;  // lists children; reset for each node, never held across calls
@@ -1062,10 +1106,12 @@ PythonParser::PythonParser() : parser_(ts_parser_new()) {
 
 PythonParser::~PythonParser() {
   ts_parser_delete(parser_);
+  store_->seal();  // the models it made still view what it stored
 }
 
 FileModel PythonParser::parse(const std::string& path, std::string_view source) {
   FileModel model;
+  model.store = store_;
   model.path = path;
   model.module = module_name_of(path);
   model.is_package = path.ends_with("__init__.py") || path.ends_with("__init__.pyi");
@@ -1074,18 +1120,13 @@ FileModel PythonParser::parse(const std::string& path, std::string_view source) 
   }
 
   const std::string last = model.module.substr(model.module.rfind('.') + 1);
+  const std::string_view fqn = store_->copy(model.module);
   model.definitions.push_back(
-      {last, std::string(symbol_kind::MODULE), model.module, 1, 1, std::nullopt, false, {}, -1});
-  model.definitions.push_back({"<toplevel>",
-                               std::string(TOPLEVEL_KIND),
-                               model.module + ".<toplevel>",
-                               1,
-                               1,
-                               std::nullopt,
-                               false,
-                               {},
-                               -1});
-  model.scopes.push_back({Scope::Kind::module, -1, TOPLEVEL_DEFINITION, -1, model.module, {}, {}});
+      {store_->name(last), symbol_kind::MODULE, fqn, 1, 1, std::nullopt, false, nullptr, -1});
+  model.definitions.push_back({"<toplevel>", TOPLEVEL_KIND,
+                               store_->copy(model.module + ".<toplevel>"), 1, 1, std::nullopt,
+                               false, nullptr, -1});
+  model.scopes.push_back({Scope::Kind::module, -1, TOPLEVEL_DEFINITION, -1, fqn, {}, {}});
 
   TSTree* tree = parse_python(parser_, source);
   if (tree == nullptr) {
@@ -1100,7 +1141,7 @@ FileModel PythonParser::parse(const std::string& path, std::string_view source) 
     model.warnings.push_back(path + ":" + std::to_string(first_error_line(root)) +
                              ": syntax errors; indexed what could be read");
   }
-  ModelBuilder(model, source, root).build();
+  ModelBuilder(model, *store_, source, root).build();
   ts_tree_delete(tree);
   return model;
 }

@@ -28,10 +28,13 @@ class PythonParser {
 
   // Parses `source`, the text of the file at `path`. Never throws for bad input: a file
   // that does not parse, or is not valid UTF-8, gives what could be read and a warning.
+  // The models of one parser share a store (FileModel::store) that lives as long as any
+  // of them.
   FileModel parse(const std::string& path, std::string_view source);
 
  private:
   TSParser* parser_;
+  std::shared_ptr<ModelStore> store_ = std::make_shared<ModelStore>();
 };
 
 }  // namespace quarry::indexer

@@ -212,6 +212,16 @@ std::string_view edge_kind_of(UseKind kind) {
   return edge_kind::REFERENCE;
 }
 
+// `name` in `owner`: "owner.name".
+std::string dotted(std::string_view owner, std::string_view name) {
+  std::string text;
+  text.reserve(owner.size() + 1 + name.size());
+  text += owner;
+  text += '.';
+  text += name;
+  return text;
+}
+
 }  // namespace
 
 bool is_python_builtin(std::string_view name) {
@@ -269,7 +279,7 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
         std::vector<int> ids{binding.definition};
         ids.insert(ids.end(), binding.also.begin(), binding.also.end());
         for (int d : ids) {
-          const std::string& kind = files[f].definitions[static_cast<std::size_t>(d)].kind;
+          const std::string_view kind = files[f].definitions[static_cast<std::size_t>(d)].kind;
           if (kind == symbol_kind::METHOD) {
             methods_by_name_[name].push_back(symbol_id(f, d));
             if (!name.starts_with("_"))
@@ -294,7 +304,7 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
     for (const Use& use : files[f].uses) {
       if (use.kind != UseKind::inherits) continue;
       std::string_view resolution;
-      const Value base = resolve_chain(f, use, resolution);
+      const Value base = resolve_chain(f, use.scope, use.chain, resolution);
       const std::int64_t cls = symbol_id(f, use.source);
       auto& bases = bases_[cls];
       bool found = false;
@@ -398,9 +408,8 @@ void PythonResolver::linearize(std::int64_t cls) {
     }
     stack.pop_back();
     // Every base is done unless the hierarchy has a cycle through `current`.
-    const bool consistent_bases = std::all_of(direct.begin(), direct.end(), [&](std::int64_t base) {
-      return mro_.contains(base);
-    });
+    const bool consistent_bases = std::all_of(
+        direct.begin(), direct.end(), [&](std::int64_t base) { return mro_.contains(base); });
     if (consistent_bases && direct.size() == 1) {
       // One base: the merge gives the base's own order, which is kept by reference.
       mro_.emplace(current, ResolutionOrder{{current}, direct.front()});
@@ -432,7 +441,6 @@ void PythonResolver::linearize(std::int64_t cls) {
   }
 }
 
-
 std::size_t PythonResolver::file_of(std::int64_t id) const {
   return where_[static_cast<std::size_t>(id - first_id_)].first;
 }
@@ -446,7 +454,7 @@ const Definition& PythonResolver::definition(std::int64_t id) const {
   return files_[file].definitions[index];
 }
 
-const Binding* PythonResolver::lookup(std::size_t file, int scope, const std::string& name) const {
+const Binding* PythonResolver::lookup(std::size_t file, int scope, std::string_view name) const {
   const auto& scopes = files_[file].scopes;
   bool innermost = true;
   for (int current = scope; current >= 0;
@@ -462,17 +470,17 @@ const Binding* PythonResolver::lookup(std::size_t file, int scope, const std::st
   return nullptr;
 }
 
-PythonResolver::Value PythonResolver::module_value(const std::string& module) const {
+PythonResolver::Value PythonResolver::module_value(std::string_view module) const {
   auto it = module_files_.find(module);
-  if (it == module_files_.end()) return {Value::Kind::external, {}, module};
-  return {Value::Kind::module, {symbol_id(it->second, MODULE_DEFINITION)}, module};
+  if (it == module_files_.end()) return {Value::Kind::external, {}, std::string(module)};
+  return {Value::Kind::module, {symbol_id(it->second, MODULE_DEFINITION)}, std::string(module)};
 }
 
 // `name` as found in `module`: a definition there, a submodule, or what its imports (named
 // or "*") bring in, followed through re-exports.
-PythonResolver::Value PythonResolver::resolve_from(const std::string& module,
-                                                   const std::string& name) const {
-  std::deque<std::pair<std::string, std::string>> queue{{module, name}};
+PythonResolver::Value PythonResolver::resolve_from(std::string_view module,
+                                                   std::string_view name) const {
+  std::deque<std::pair<std::string, std::string>> queue{{std::string(module), std::string(name)}};
   std::set<std::pair<std::string, std::string>> seen;
   for (std::size_t hops = 0; !queue.empty() && hops < MAX_IMPORT_HOPS; ++hops) {
     auto [from, wanted] = queue.front();
@@ -486,7 +494,7 @@ PythonResolver::Value PythonResolver::resolve_from(const std::string& module,
       for (std::int64_t id : found->second) {
         const Definition& d = definition(id);
         if (d.import) {
-          if (reexport == nullptr) reexport = &*d.import;
+          if (reexport == nullptr) reexport = d.import;
         } else if (d.kind != symbol_kind::MODULE) {
           ids.push_back(id);
         }
@@ -497,7 +505,7 @@ PythonResolver::Value PythonResolver::resolve_from(const std::string& module,
       if (reexport != nullptr && module_files_.contains(fqn) &&
           (reexport->kind == Binding::Kind::module
                ? reexport->module == fqn
-               : reexport->module + "." + reexport->name == fqn)) {
+               : dotted(reexport->module, reexport->name) == fqn)) {
         return module_value(fqn);
       }
       if (reexport != nullptr) {
@@ -552,7 +560,7 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
 // What `hints` of file `file` say a value is: the instances of every class they name, else
 // the first thing one of them names.
 PythonResolver::Value PythonResolver::value_of_hints(std::size_t file,
-                                                     const std::vector<TypeHint>& hints,
+                                                     std::span<const TypeHint> hints,
                                                      int depth) const {
   if (depth <= 0 || hints.empty()) return {Value::Kind::unknown, {}, {}};
   if (++inference_steps > MAX_INFERENCE_STEPS) return {Value::Kind::unknown, {}, {}};
@@ -635,7 +643,7 @@ std::vector<std::int64_t> PythonResolver::lookup_order(
 // The member `name` of the classes `classes` or of their bases, in method resolution
 // order; with `skip_own`, the classes' own members are passed over (super()).
 PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& classes,
-                                             const std::string& name, bool skip_own) const {
+                                             std::string_view name, bool skip_own) const {
   std::vector<std::int64_t> found;
   bool open = false;
   for (std::int64_t cls : classes) {
@@ -645,7 +653,7 @@ PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& cl
     each_in_order(cls, [&](std::int64_t c) {
       open_base |= open_classes_.contains(c);
       if (std::exchange(own, false) && skip_own) return true;
-      auto it = by_fqn_.find(definition(c).fqn + "." + name);
+      auto it = by_fqn_.find(dotted(definition(c).fqn, name));
       if (it == by_fqn_.end()) return true;
       for (std::int64_t id : it->second) {
         if (std::find(found.begin(), found.end(), id) == found.end()) found.push_back(id);
@@ -664,20 +672,20 @@ PythonResolver::Value PythonResolver::member(const std::vector<std::int64_t>& cl
 // The attribute `name` of instances of `classes`: a member of their classes, else what the
 // methods of the first class in resolution order that assigns it say it is.
 PythonResolver::Value PythonResolver::instance_attribute(const std::vector<std::int64_t>& classes,
-                                                         const std::string& name, int depth) const {
+                                                         std::string_view name, int depth) const {
   Value found = member(classes, name, false);
   if (found.kind == Value::Kind::symbols) return found;
   for (std::int64_t cls : lookup_order(classes)) {
     const Definition& owner = definition(cls);
-    auto it = owner.attributes.find(name);
-    if (it == owner.attributes.end()) continue;
+    const Attribute* assigned = owner.attribute(name);
+    if (assigned == nullptr) continue;
     // Assigned by a method: of the type its hints give, else unknown.
-    return value_of_hints(file_of(cls), it->second, depth);
+    return value_of_hints(file_of(cls), assigned->hints, depth);
   }
   return found;
 }
 
-PythonResolver::Value PythonResolver::attribute(const Value& value, const std::string& name,
+PythonResolver::Value PythonResolver::attribute(const Value& value, std::string_view name,
                                                 int depth) const {
   if (name == CALL_RESULT) return call_result(value, depth);
   switch (value.kind) {
@@ -724,8 +732,7 @@ PythonResolver::Value PythonResolver::attribute(const Value& value, const std::s
 
 // The value of `chain` looked up from `scope` of file `file`, for a type hint: its head a
 // name bound there (or brought in by a star import), then its attributes.
-PythonResolver::Value PythonResolver::value_of_chain(std::size_t file, int scope,
-                                                     const std::vector<std::string>& chain,
+PythonResolver::Value PythonResolver::value_of_chain(std::size_t file, int scope, Chain chain,
                                                      int depth) const {
   if (chain.empty() || chain.front().empty()) return {Value::Kind::unknown, {}, {}};
   Value value;
@@ -748,33 +755,33 @@ PythonResolver::Value PythonResolver::value_of_chain(std::size_t file, int scope
   return value;
 }
 
-PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use& use,
+PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, int scope, Chain chain,
                                                     std::string_view& resolution) const {
   inference_steps = 0;  // a use's own budget; what follows it (handed_outside) shares it
   const FileModel& model = files_[file];
-  const std::string& head = use.chain.front();
+  const std::string_view head = chain.front();
   Value value;
   resolution = resolution::EXACT;
   std::size_t next = 1;
   if (head.empty()) {
     // super().name: a member of a base of the class whose method this is.
-    int scope = use.scope;
-    while (scope >= 0 && model.scopes[static_cast<std::size_t>(scope)].method_of < 0) {
-      scope = model.scopes[static_cast<std::size_t>(scope)].parent;
+    int method = scope;
+    while (method >= 0 && model.scopes[static_cast<std::size_t>(method)].method_of < 0) {
+      method = model.scopes[static_cast<std::size_t>(method)].parent;
     }
-    if (scope < 0 || use.chain.size() < 2) return {Value::Kind::unknown, {}, {}};
-    const int cls = model.scopes[static_cast<std::size_t>(scope)].method_of;
-    value = member({symbol_id(file, cls)}, use.chain[1], true);
+    if (method < 0 || chain.size() < 2) return {Value::Kind::unknown, {}, {}};
+    const int cls = model.scopes[static_cast<std::size_t>(method)].method_of;
+    value = member({symbol_id(file, cls)}, chain[1], true);
     next = 2;
   } else if (head == UNKNOWN_VALUE) {
     value = {Value::Kind::unknown, {}, {}};
   } else if (head == BUILTIN_VALUE) {
     value = {Value::Kind::external, {}, {}};
-  } else if (const Binding* binding = lookup(file, use.scope, head)) {
+  } else if (const Binding* binding = lookup(file, scope, head)) {
     value = value_of(file, *binding, INFERENCE_DEPTH);
     if (binding->kind == Binding::Kind::module || binding->kind == Binding::Kind::imported_name) {
       resolution = resolution::IMPORT;
-    } else if (binding->kind == Binding::Kind::definition && use.chain.size() == 1) {
+    } else if (binding->kind == Binding::Kind::definition && chain.size() == 1) {
       resolution = resolution::LOCAL;
     }
   } else {
@@ -792,12 +799,12 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, const Use&
       value.kind = Value::Kind::external;
     }
   }
-  for (; next < use.chain.size(); ++next) {
+  for (; next < chain.size(); ++next) {
     // What follows an instance is bound by its type, not by how the head was bound.
-    if (value.kind == Value::Kind::instance || use.chain[next] == CALL_RESULT) {
+    if (value.kind == Value::Kind::instance || chain[next] == CALL_RESULT) {
       resolution = resolution::EXACT;
     }
-    value = attribute(value, use.chain[next], INFERENCE_DEPTH);
+    value = attribute(value, chain[next], INFERENCE_DEPTH);
   }
   return value;
 }
@@ -820,7 +827,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       continue;
     }
     std::string_view resolution;
-    const Value value = resolve_chain(file, use, resolution);
+    const Value value = resolve_chain(file, use.scope, use.chain, resolution);
     const std::size_t edges_before = links.edges.size();
     switch (value.kind) {
       case Value::Kind::symbols:
@@ -848,7 +855,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
         break;
       }
       case Value::Kind::unbound:
-        links.pending.push_back({source, use.chain.front(), use.line});
+        links.pending.push_back({source, std::string(use.chain.front()), use.line});
         break;
       case Value::Kind::module:
       case Value::Kind::instance:
@@ -857,8 +864,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
     }
     const bool made_edges = links.edges.size() > edges_before;
     const bool outside_call =
-        value.kind == Value::Kind::external ||
-        (value.kind == Value::Kind::unknown && !made_edges);
+        value.kind == Value::Kind::external || (value.kind == Value::Kind::unknown && !made_edges);
     if (use.kind == UseKind::call && outside_call && !use.arguments.empty() &&
         !(use.chain.size() == 1 && is_python_builtin(use.chain.front()))) {
       handed_outside(file, use, links, handed);
@@ -882,14 +888,14 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
 
 // What the calls of `function` in the repository pass as its parameter `name`: the
 // instances their arguments are when one is known, outside values when all are.
-PythonResolver::Value PythonResolver::passed_to(std::int64_t function, const std::string& name,
+PythonResolver::Value PythonResolver::passed_to(std::int64_t function, std::string_view name,
                                                 int depth) const {
   auto it = passed_.find({function, name});
   if (it == passed_.end() || depth <= 0) return {Value::Kind::unknown, {}, {}};
   Value instances{Value::Kind::instance, {}, {}};
   bool all_outside = true;
   for (const auto& [file, hint] : it->second) {
-    const Value value = value_of_hints(file, {hint}, depth - 1);
+    const Value value = value_of_hints(file, std::span(&hint, 1), depth - 1);
     if (value.kind == Value::Kind::instance) {
       instances.ids.insert(instances.ids.end(), value.ids.begin(), value.ids.end());
     }
@@ -908,7 +914,7 @@ void PythonResolver::collect_arguments() {
     for (const Use& use : files_[f].uses) {
       if (use.kind != UseKind::call || use.arguments.empty()) continue;
       std::string_view resolution;
-      const Value value = resolve_chain(f, use, resolution);
+      const Value value = resolve_chain(f, use.scope, use.chain, resolution);
       if (value.kind != Value::Kind::symbols) continue;
       for (std::int64_t id : value.ids) {
         std::int64_t callee = id;
@@ -928,7 +934,7 @@ void PythonResolver::collect_arguments() {
           continue;
         }
         for (const Argument& argument : use.arguments) {
-          std::string parameter = argument.keyword;
+          std::string_view parameter = argument.keyword;
           if (parameter.empty()) {
             const std::size_t at = static_cast<std::size_t>(argument.position) + skipped;
             if (argument.position < 0 || at >= target->parameters.size()) continue;
@@ -970,7 +976,7 @@ void PythonResolver::handed_outside(std::size_t file, const Use& use, FileLinks&
   const std::int64_t source = symbol_id(file, use.source);
   std::vector<std::int64_t> targets;
   for (const Argument& argument : use.arguments) {
-    const Value value = value_of_hints(file, {argument.hint}, INFERENCE_DEPTH);
+    const Value value = value_of_hints(file, std::span(&argument.hint, 1), INFERENCE_DEPTH);
     if (value.kind != Value::Kind::instance) continue;
     for (std::int64_t cls : lookup_order(value.ids)) {
       auto methods = methods_of_.find(cls);
@@ -991,20 +997,17 @@ void PythonResolver::handed_outside(std::size_t file, const Use& use, FileLinks&
 
 // Lookups for names given as strings.
 
-std::optional<std::int64_t> PythonResolver::module_symbol(const std::string& module) const {
+std::optional<std::int64_t> PythonResolver::module_symbol(std::string_view module) const {
   auto it = module_files_.find(module);
   if (it == module_files_.end()) return std::nullopt;
   return symbol_id(it->second, MODULE_DEFINITION);
 }
 
 std::vector<std::int64_t> PythonResolver::owners_of(std::size_t file, int scope,
-                                                    const std::vector<std::string>& chain) const {
+                                                    Chain chain) const {
   if (chain.empty()) return {};
-  Use use;
-  use.scope = scope;
-  use.chain = chain;
   std::string_view resolution;
-  Value value = resolve_chain(file, use, resolution);
+  Value value = resolve_chain(file, scope, chain, resolution);
   if (value.kind == Value::Kind::symbols && value.ids.size() == 1) {
     // A variable whose hints say what it holds: an instance of a class, say.
     const Definition& variable = definition(value.ids[0]);
@@ -1020,7 +1023,7 @@ std::vector<std::int64_t> PythonResolver::owners_of(std::size_t file, int scope,
 }
 
 std::vector<std::int64_t> PythonResolver::attribute_of(std::int64_t owner,
-                                                       const std::string& name) const {
+                                                       std::string_view name) const {
   const Definition& d = definition(owner);
   Value value;
   if (d.kind == symbol_kind::MODULE) {
@@ -1041,7 +1044,7 @@ std::vector<std::int64_t> PythonResolver::hierarchy_of(
   return order;
 }
 
-const std::vector<std::int64_t>& PythonResolver::callables_named(const std::string& name) const {
+const std::vector<std::int64_t>& PythonResolver::callables_named(std::string_view name) const {
   static const std::vector<std::int64_t> none;
   auto it = callables_by_name_.find(name);
   return it == callables_by_name_.end() ? none : it->second;

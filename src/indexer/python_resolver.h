@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -71,47 +72,45 @@ class PythonResolver {
   // call from several threads.
 
   // The symbol of `module` when it is a module of the index.
-  std::optional<std::int64_t> module_symbol(const std::string& module) const;
+  std::optional<std::int64_t> module_symbol(std::string_view module) const;
 
   // What `chain` (as in Use::chain) stands for when read in `scope` of `file`, when that is
   // a module or classes of the index: the module's symbol, or the classes it names or is an
   // instance of. Empty for anything else.
-  std::vector<std::int64_t> owners_of(std::size_t file, int scope,
-                                      const std::vector<std::string>& chain) const;
+  std::vector<std::int64_t> owners_of(std::size_t file, int scope, Chain chain) const;
 
   // The attribute `name` of `owner`, a module symbol or a class: the definitions it names in
   // the module (re-exports followed) or in the class and its bases, or a submodule's symbol.
   // Empty when there is none or `owner` is neither.
-  std::vector<std::int64_t> attribute_of(std::int64_t owner, const std::string& name) const;
+  std::vector<std::int64_t> attribute_of(std::int64_t owner, std::string_view name) const;
 
   // The classes `classes`, then their bases as far as the index knows them, in method
   // resolution order, each once.
   std::vector<std::int64_t> hierarchy_of(const std::vector<std::int64_t>& classes) const;
 
   // The functions, classes and methods named `name`, in fqn order.
-  const std::vector<std::int64_t>& callables_named(const std::string& name) const;
+  const std::vector<std::int64_t>& callables_named(std::string_view name) const;
 
   // The file and the definition index of symbol `id`.
   std::pair<std::size_t, int> location_of(std::int64_t id) const;
 
  private:
   struct Value;
-  Value resolve_chain(std::size_t file, const Use& use, std::string_view& resolution) const;
+  Value resolve_chain(std::size_t file, int scope, Chain chain, std::string_view& resolution) const;
   Value value_of(std::size_t file, const Binding& binding, int depth) const;
-  Value value_of_hints(std::size_t file, const std::vector<TypeHint>& hints, int depth) const;
-  Value value_of_chain(std::size_t file, int scope, const std::vector<std::string>& chain,
-                       int depth) const;
+  Value value_of_hints(std::size_t file, std::span<const TypeHint> hints, int depth) const;
+  Value value_of_chain(std::size_t file, int scope, Chain chain, int depth) const;
   Value instance_of(const Value& value) const;
   Value call_result(const Value& value, int depth) const;
-  Value resolve_from(const std::string& module, const std::string& name) const;
-  Value module_value(const std::string& module) const;
+  Value resolve_from(std::string_view module, std::string_view name) const;
+  Value module_value(std::string_view module) const;
   std::vector<std::int64_t> lookup_order(const std::vector<std::int64_t>& classes) const;
-  Value member(const std::vector<std::int64_t>& classes, const std::string& name,
+  Value member(const std::vector<std::int64_t>& classes, std::string_view name,
                bool skip_own) const;
-  Value instance_attribute(const std::vector<std::int64_t>& classes, const std::string& name,
+  Value instance_attribute(const std::vector<std::int64_t>& classes, std::string_view name,
                            int depth) const;
-  Value attribute(const Value& value, const std::string& name, int depth) const;
-  const Binding* lookup(std::size_t file, int scope, const std::string& name) const;
+  Value attribute(const Value& value, std::string_view name, int depth) const;
+  const Binding* lookup(std::size_t file, int scope, std::string_view name) const;
   const Definition& definition(std::int64_t id) const;
   std::size_t file_of(std::int64_t id) const;
   void linearize(std::int64_t cls);
@@ -122,30 +121,30 @@ class PythonResolver {
     }
   };
   using HandedOver = std::unordered_set<std::pair<std::int64_t, std::int64_t>, PairHash>;
-  void handed_outside(std::size_t file, const Use& use, FileLinks& links,
-                      HandedOver& handed) const;
+  void handed_outside(std::size_t file, const Use& use, FileLinks& links, HandedOver& handed) const;
   void overridden_outside(std::size_t file, FileLinks& links) const;
   void collect_arguments();
-  Value passed_to(std::int64_t function, const std::string& name, int depth) const;
+  Value passed_to(std::int64_t function, std::string_view name, int depth) const;
 
   const std::vector<FileModel>& files_;
   std::vector<std::int64_t> first_ids_;
   std::vector<std::pair<std::uint32_t, std::uint32_t>> where_;  // id - first_id -> (file, def)
   std::int64_t first_id_;
-  std::unordered_map<std::string, std::vector<std::int64_t>> by_fqn_;
-  std::unordered_map<std::string, std::size_t> module_files_;
+  // Keyed by views into the files' models.
+  std::unordered_map<std::string_view, std::vector<std::int64_t>> by_fqn_;
+  std::unordered_map<std::string_view, std::size_t> module_files_;
   // Methods and nested classes by name, and methods alone, each sorted by fqn.
-  std::unordered_map<std::string, std::vector<std::int64_t>> members_by_name_;
-  std::unordered_map<std::string, std::vector<std::int64_t>> methods_by_name_;
+  std::unordered_map<std::string_view, std::vector<std::int64_t>> members_by_name_;
+  std::unordered_map<std::string_view, std::vector<std::int64_t>> methods_by_name_;
   // The repository's functions, methods and classes by name, sorted by fqn.
-  std::unordered_map<std::string, std::vector<std::int64_t>> callables_by_name_;
+  std::unordered_map<std::string_view, std::vector<std::int64_t>> callables_by_name_;
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> bases_;
   // The public methods (no leading underscore) each class defines.
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> methods_of_;
   // Classes with a base that is no class of the repository (object, dict, an import).
   std::set<std::int64_t> open_classes_;
   // What the calls of a function pass as each of its parameters: (file, hint) pairs.
-  std::map<std::pair<std::int64_t, std::string>, std::vector<std::pair<std::size_t, TypeHint>>>
+  std::map<std::pair<std::int64_t, std::string_view>, std::vector<std::pair<std::size_t, TypeHint>>>
       passed_;
   // Classes with a base from outside the repository that is no builtin.
   std::set<std::int64_t> framework_classes_;

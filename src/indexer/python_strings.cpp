@@ -460,7 +460,8 @@ class StringBinder {
       if (module) return {*module};
       return {};
     }
-    return r_.owners_of(file_, use.scope, use.receiver);
+    const std::vector<std::string_view> chain(use.receiver.begin(), use.receiver.end());
+    return r_.owners_of(file_, use.scope, chain);
   }
 
   // What a dotted path names: the longest leading part that is a module of the index (or

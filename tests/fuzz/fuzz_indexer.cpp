@@ -4,6 +4,7 @@
 //   fuzz_indexer [ITERATIONS [SEED [FIRST]]]
 #include <algorithm>
 #include <exception>
+#include <span>
 
 #include "fuzz_support.h"
 #include "indexer/python_parser.h"
@@ -85,7 +86,7 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
                  std::int64_t lines) {
   const auto defs = std::ssize(m.definitions), scopes = std::ssize(m.scopes);
   const auto fail = [&](const std::string& what) { problems.push_back(m.path + ": " + what); };
-  const auto bad_hints = [&](const std::vector<indexer::TypeHint>& hints) {
+  const auto bad_hints = [&](std::span<const indexer::TypeHint> hints) {
     return hints.size() > indexer::MAX_TYPE_HINTS ||
            std::any_of(hints.begin(), hints.end(), [&](const indexer::TypeHint& h) {
              return !in(h.scope, 0, scopes - 1) || h.chain.empty() || h.chain.front().empty() ||
@@ -99,9 +100,10 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
         !listed("module class function method constant variable import toplevel", d.kind) ||
         !in(d.start_line, 1, d.end_line) || d.end_line > lines || bad_hints(d.hints) ||
         std::any_of(d.attributes.begin(), d.attributes.end(),
-                    [&](const auto& a) { return a.first.empty() || bad_hints(a.second); }) ||
+                    [&](const auto& a) { return a.name.empty() || bad_hints(a.hints); }) ||
         (d.kind == "class" ? !in(d.body_scope, 1, scopes - 1) : d.body_scope != -1))
-      fail("definition " + show(d.fqn) + " " + d.kind + " at " + std::to_string(d.start_line));
+      fail("definition " + show(d.fqn) + " " + std::string(d.kind) + " at " +
+           std::to_string(d.start_line));
   }
   for (std::int64_t j = 0; j < scopes; ++j) {
     const indexer::Scope& s = m.scopes[std::size_t(j)];
