@@ -1143,6 +1143,12 @@ FileModel PythonParser::parse(const std::string& path, std::string_view source) 
   }
   ModelBuilder(model, *store_, source, root).build();
   ts_tree_delete(tree);
+  // The models of all files are held until every file is resolved: none keeps the spare
+  // room its vectors grew.
+  model.definitions.shrink_to_fit();
+  model.scopes.shrink_to_fit();
+  model.uses.shrink_to_fit();
+  model.string_uses.shrink_to_fit();
   return model;
 }
 
