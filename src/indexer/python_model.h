@@ -45,7 +45,7 @@ inline constexpr std::size_t MAX_TYPE_HINTS = 4;
 
 // What a name is bound to in one scope.
 struct Binding {
-  enum class Kind {
+  enum class Kind : std::uint8_t {
     definition,     // a definition of this file (`definition` is its index)
     module,         // an imported module (`module`)
     imported_name,  // `name` imported from `module`
@@ -53,6 +53,9 @@ struct Binding {
     value,          // a local value of unknown type (parameter, local variable)
   };
   Kind kind = Kind::value;
+  // For a parameter (a value whose `definition` is its function and `name` its own): the
+  // arguments of the function's calls tell its type too.
+  bool parameter = false;
   int definition = -1;
   std::string_view module;
   std::string_view name;
@@ -60,10 +63,17 @@ struct Binding {
   std::span<const int> also;
   // For a value: where its type can be read from (its annotation, what it is assigned).
   std::span<const TypeHint> hints;
-  // For a parameter (a value whose `definition` is its function and `name` its own): the
-  // arguments of the function's calls tell its type too.
-  bool parameter = false;
 };
+
+// A name bound in a scope, and what to.
+struct NamedBinding {
+  std::string_view name;
+  Binding binding;
+};
+
+// The names a scope binds while its file is read; the model keeps them as a Scope's
+// `bindings`. Keyed by views into the store and hashed as the names themselves.
+using BindingMap = std::unordered_map<std::string_view, Binding>;
 
 // An attribute of a class's instances and where its type can be read from.
 struct Attribute {
@@ -112,11 +122,26 @@ struct Scope {
   // The class whose method this scope is the body of, or -1.
   int method_of = -1;
   std::string_view fqn;
-  // Keyed by views into the store, hashed as the names themselves: the order in which they
-  // are walked is that of a map keyed by the names.
-  std::unordered_map<std::string_view, Binding> bindings;
-  std::vector<std::string_view> globals;  // names declared global or nonlocal here
+  // The names bound here, in the order the parser's BindingMap of them walks them (which
+  // orders some guessed edges).
+  std::span<const NamedBinding> bindings;
+  // Indexes into `bindings` in name order, for a scope with more than a few names.
+  std::span<const std::uint32_t> by_name;
+
+  // What `name` is bound to here, or null.
+  const Binding* find(std::string_view name) const {
+    const auto name_at = [&](std::uint32_t i) { return bindings[i].name; };
+    if (by_name.empty()) {
+      auto it = std::ranges::find(bindings, name, &NamedBinding::name);
+      return it == bindings.end() ? nullptr : &it->binding;
+    }
+    auto it = std::ranges::lower_bound(by_name, name, {}, name_at);
+    return it == by_name.end() || bindings[*it].name != name ? nullptr : &bindings[*it].binding;
+  }
 };
+
+// Scopes with more names than this are looked up through Scope::by_name.
+inline constexpr std::size_t MAX_SCOPE_SCAN = 8;
 
 enum class UseKind : std::uint8_t { call, reference, type, decorates, inherits, import };
 

@@ -117,7 +117,12 @@ class ModelBuilder {
  public:
   // Stores the model's names and lists in `store`.
   ModelBuilder(FileModel& model, ModelStore& store, std::string_view source, TSNode root)
-      : m_(model), store_(store), src_(source), root_(root), cursor_(ts_tree_cursor_new(root)) {}
+      : m_(model),
+        store_(store),
+        src_(source),
+        root_(root),
+        cursor_(ts_tree_cursor_new(root)),
+        bindings_(model.scopes.size()) {}
   ~ModelBuilder() { ts_tree_cursor_delete(&cursor_); }
   ModelBuilder(const ModelBuilder&) = delete;
   ModelBuilder& operator=(const ModelBuilder&) = delete;
@@ -210,7 +215,8 @@ class ModelBuilder {
   }
 
   int add_scope(Scope scope) {
-    m_.scopes.push_back(std::move(scope));
+    m_.scopes.push_back(scope);
+    bindings_.emplace_back();
     return static_cast<int>(m_.scopes.size()) - 1;
   }
 
@@ -223,7 +229,7 @@ class ModelBuilder {
   // (a name defined twice, say in two branches, stands for both); otherwise the first
   // binding of a name in a scope is kept.
   void bind(int scope, const std::string& name, Binding binding) {
-    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
+    auto& bindings = bindings_[static_cast<std::size_t>(scope)];
     auto [it, inserted] = bindings.try_emplace(store_.name(name), binding);
     if (inserted) return;
     Binding& existing = it->second;
@@ -384,7 +390,7 @@ class ModelBuilder {
       push_children(frame);
     } else if (type == "global_statement" || type == "nonlocal_statement") {
       for (TSNode name : named_children(frame.node)) {
-        m_.scopes[static_cast<std::size_t>(frame.scope)].globals.push_back(store_.name(text(name)));
+        globals_.emplace_back(frame.scope, text(name));
       }
     } else if (type == "call") {
       visit_call(frame);
@@ -488,7 +494,7 @@ class ModelBuilder {
     const int method_of = outer.kind == Scope::Kind::class_body ? outer.owner : -1;
     const std::string_view fqn = made.fqn;
     const int id = add_definition(std::move(made));
-    bind(frame.scope, name, {Binding::Kind::definition, id, {}, {}, {}});
+    bind(frame.scope, name, {Binding::Kind::definition, false, id, {}, {}, {}});
 
     for (TSNode decorator : decorators) {
       const TSNode expression = ts_node_named_child(decorator, 0);
@@ -599,7 +605,7 @@ class ModelBuilder {
         positional.push_back(store_.name(text(name)));
       }
       if (first && instance_of >= 0) {
-        bind(body, text(name), {Binding::Kind::instance, instance_of, {}, {}, {}});
+        bind(body, text(name), {Binding::Kind::instance, false, instance_of, {}, {}, {}});
       } else {
         Binding value;
         value.hints = store_.copy(hints);
@@ -660,7 +666,7 @@ class ModelBuilder {
 
   void bind_name(const std::string& name, int scope, std::int64_t line, std::int64_t end_line) {
     if (name.empty()) return;  // a name the parser made up to recover from a syntax error
-    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
+    auto& bindings = bindings_[static_cast<std::size_t>(scope)];
     if (!defines_symbols(scope) || bindings.contains(name)) {
       bind(scope, name, {});
       return;
@@ -672,7 +678,7 @@ class ModelBuilder {
     made.start_line = line;
     made.end_line = end_line;
     const int id = add_definition(std::move(made));
-    bind(scope, name, {Binding::Kind::definition, id, {}, {}, {}});
+    bind(scope, name, {Binding::Kind::definition, false, id, {}, {}, {}});
   }
 
   void visit_assignment(const Frame& frame) {
@@ -847,7 +853,7 @@ class ModelBuilder {
   // the class then has such an attribute, of unknown type.
   void hint_target(int scope, TSNode target, std::vector<TypeHint> hints) {
     if (ts_node_is_null(target)) return;
-    auto& bindings = m_.scopes[static_cast<std::size_t>(scope)].bindings;
+    auto& bindings = bindings_[static_cast<std::size_t>(scope)];
     if (type_of(target) == "identifier") {
       if (hints.empty()) return;
       auto it = bindings.find(text(target));
@@ -907,7 +913,7 @@ class ModelBuilder {
   // Binds an imported name in the scope and, in a module or class, makes it a symbol.
   void bind_import(const Frame& frame, const std::string& name, const Binding& binding,
                    std::int64_t line) {
-    auto& bindings = m_.scopes[static_cast<std::size_t>(frame.scope)].bindings;
+    auto& bindings = bindings_[static_cast<std::size_t>(frame.scope)];
     if (name.empty() || bindings.contains(name)) return;
     int id = -1;
     if (defines_symbols(frame.scope)) {
@@ -929,16 +935,16 @@ class ModelBuilder {
     for (TSNode item : field_children(frame.node, "name")) {
       if (type_of(item) == "aliased_import") {
         const Binding module{
-            Binding::Kind::module, -1, store_.name(text(field(item, "name"))), {}, {}, {}};
+            Binding::Kind::module, false, -1, store_.name(text(field(item, "name"))), {}, {}, {}};
         import_use(frame, module, line_of(item));
         bind_import(frame, text(field(item, "alias")), module, line_of(item));
       } else {
         // "import a.b.c" imports a.b.c and binds "a".
         const std::string module = text(item);
-        import_use(frame, {Binding::Kind::module, -1, store_.name(module), {}, {}, {}},
+        import_use(frame, {Binding::Kind::module, false, -1, store_.name(module), {}, {}, {}},
                    line_of(item));
         const std::string head = module.substr(0, module.find('.'));
-        bind_import(frame, head, {Binding::Kind::module, -1, store_.name(head), {}, {}, {}},
+        bind_import(frame, head, {Binding::Kind::module, false, -1, store_.name(head), {}, {}, {}},
                     line_of(item));
       }
     }
@@ -976,7 +982,7 @@ class ModelBuilder {
     for (TSNode child : named_children(frame.node)) {
       if (type_of(child) == "wildcard_import") {
         if (frame.scope == MODULE_SCOPE) m_.star_imports.push_back(module);
-        import_use(frame, {Binding::Kind::module, -1, store_.name(module), {}, {}, {}},
+        import_use(frame, {Binding::Kind::module, false, -1, store_.name(module), {}, {}, {}},
                    line_of(child));
       }
     }
@@ -985,7 +991,7 @@ class ModelBuilder {
       const std::string name = text(aliased ? field(item, "name") : item);
       const std::string bound = aliased ? text(field(item, "alias")) : name;
       const Binding imported{
-          Binding::Kind::imported_name, -1, store_.name(module), store_.name(name), {}, {}};
+          Binding::Kind::imported_name, false, -1, store_.name(module), store_.name(name), {}, {}};
       import_use(frame, imported, line_of(item));
       bind_import(frame, bound, imported, line_of(item));
     }
@@ -1005,12 +1011,9 @@ class ModelBuilder {
   }
 
   void finish() {
-    for (Scope& scope : m_.scopes) {
-      for (std::string_view name : scope.globals)
-        scope.bindings.erase(name);
-      scope.globals = {};
-    }
-    const auto& module_bindings = m_.scopes[MODULE_SCOPE].bindings;
+    for (const auto& [scope, name] : globals_)
+      bindings_[static_cast<std::size_t>(scope)].erase(name);
+    const auto& module_bindings = bindings_[MODULE_SCOPE];
     for (const std::string& name : exports_) {
       auto it = module_bindings.find(name);
       if (it == module_bindings.end()) continue;
@@ -1021,6 +1024,24 @@ class ModelBuilder {
         m_.definitions[static_cast<std::size_t>(other)].is_export = true;
       }
     }
+    for (std::size_t s = 0; s < m_.scopes.size(); ++s)
+      keep_bindings(m_.scopes[s], bindings_[s]);
+  }
+
+  // Stores the names that `scope` binds, as `bindings` walks them, and their order by name
+  // when there are more than a few.
+  void keep_bindings(Scope& scope, const BindingMap& bindings) {
+    std::vector<NamedBinding> named;
+    named.reserve(bindings.size());
+    for (const auto& [name, binding] : bindings)
+      named.push_back({name, binding});
+    scope.bindings = store_.copy(named);
+    if (named.size() <= MAX_SCOPE_SCAN) return;
+    std::vector<std::uint32_t> by_name(named.size());
+    for (std::uint32_t i = 0; i < by_name.size(); ++i)
+      by_name[i] = i;
+    std::ranges::sort(by_name, {}, [&](std::uint32_t i) { return named[i].name; });
+    scope.by_name = store_.copy(by_name);
   }
 
   // The chain of BUILTIN_VALUE alone.
@@ -1044,7 +1065,11 @@ class ModelBuilder {
   TSTreeCursor cursor_;  // lists children; reset for each node, never held across calls
   std::vector<Frame> stack_;
   std::vector<std::string> exports_;
-  StringEvidence strings_{m_, src_, root_};
+  // The names each scope binds, by scope, until finish() keeps them in the scopes.
+  std::vector<BindingMap> bindings_;
+  // The names declared global or nonlocal, with their scopes.
+  std::vector<std::pair<int, std::string>> globals_;
+  StringEvidence strings_{m_, bindings_, src_, root_};
 };
 
 }  // namespace

@@ -462,8 +462,7 @@ const Binding* PythonResolver::lookup(std::size_t file, int scope, std::string_v
     const Scope& s = scopes[static_cast<std::size_t>(current)];
     // A class body's names are seen only by the code directly in it.
     if (innermost || s.kind != Scope::Kind::class_body) {
-      auto it = s.bindings.find(name);
-      if (it != s.bindings.end()) return &it->second;
+      if (const Binding* binding = s.find(name)) return binding;
     }
     innermost = false;
   }

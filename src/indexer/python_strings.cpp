@@ -69,8 +69,9 @@ bool is_dotted_path(std::string_view text) {
 
 // ---- Noting strings while the parser walks a file ----
 
-StringEvidence::StringEvidence(FileModel& model, std::string_view source, TSNode root)
-    : model_(model), source_(source), cursor_(ts_tree_cursor_new(root)) {}
+StringEvidence::StringEvidence(FileModel& model, const std::vector<BindingMap>& bindings,
+                               std::string_view source, TSNode root)
+    : model_(model), bindings_(bindings), source_(source), cursor_(ts_tree_cursor_new(root)) {}
 
 StringEvidence::~StringEvidence() {
   ts_tree_cursor_delete(&cursor_);
@@ -147,7 +148,7 @@ const StringEvidence::Assigned* StringEvidence::assigned(int scope, std::string_
        current = model_.scopes[static_cast<std::size_t>(current)].parent) {
     auto it = assigned_.find(scope_key(current, name));
     if (it != assigned_.end()) return &it->second;
-    if (model_.scopes[static_cast<std::size_t>(current)].bindings.contains(wanted)) return nullptr;
+    if (bindings_[static_cast<std::size_t>(current)].contains(wanted)) return nullptr;
   }
   return nullptr;
 }

@@ -40,9 +40,11 @@ bool is_identifier(std::string_view text);
 // statements later is understood. Not thread-safe; one per file.
 class StringEvidence {
  public:
-  // `model` receives the notes; `source` is the file's text and `root` its tree's root. All
-  // three must outlive this object.
-  StringEvidence(FileModel& model, std::string_view source, TSNode root);
+  // `model` receives the notes; `bindings` are the names each of its scopes binds so far,
+  // `source` is the file's text and `root` its tree's root. All four must outlive this
+  // object.
+  StringEvidence(FileModel& model, const std::vector<BindingMap>& bindings,
+                 std::string_view source, TSNode root);
   ~StringEvidence();
   StringEvidence(const StringEvidence&) = delete;
   StringEvidence& operator=(const StringEvidence&) = delete;
@@ -81,6 +83,7 @@ class StringEvidence {
   void note_lookup(const Receiver& receiver, TSNode key, int scope, int owner, TSNode at);
 
   FileModel& model_;
+  const std::vector<BindingMap>& bindings_;  // of each scope of the model
   std::string_view source_;
   TSTreeCursor cursor_;  // lists children; reset for each node, never held across calls
   // The bytes of the last concatenation of strings noted: its pieces are not noted again.
