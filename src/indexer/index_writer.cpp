@@ -18,7 +18,7 @@ namespace {
 constexpr int WRITING_CACHE_KIB = 16 * 1024;
 // The page cache once the models are freed, in KiB: the link lookup indexes are sorted
 // within it, and a larger cache spills fewer sorted runs to disk.
-constexpr int INDEXING_CACHE_KIB = 128 * 1024;
+constexpr int INDEXING_CACHE_KIB = 32 * 1024;
 
 std::string cache_size_sql(int kib) {
   return "PRAGMA cache_size = -" + std::to_string(kib) + ";";
