@@ -32,8 +32,8 @@ struct TypeHint {
     name,        // the value `chain` stands for: `self.session = session`
   };
   Kind kind = Kind::name;
-  Chain chain;
   int scope = 0;
+  Chain chain;
 
   bool operator==(const TypeHint& other) const {
     return kind == other.kind && scope == other.scope && std::ranges::equal(chain, other.chain);
@@ -159,14 +159,18 @@ struct Argument {
 // An empty head stands for super().
 struct Use {
   UseKind kind = UseKind::reference;
+  std::uint8_t argument_count =
+      0;  // of `argument_data`: at most MAX_ARGUMENT_HINTS + MAX_TYPE_HINTS
   int scope = 0;
   int source = 0;  // the definition the edge comes from
   std::uint32_t line = 0;
   Chain chain;
   // For an import: what it imported (the chain is empty).
   const Binding* imported = nullptr;
+  const Argument* argument_data = nullptr;
+
   // For a call: what its arguments are, as far as a hint tells (names, attributes, calls).
-  std::span<const Argument> arguments;
+  std::span<const Argument> arguments() const { return {argument_data, argument_count}; }
 };
 
 // The longest chain that is followed name by name; a call further down a longer chain is

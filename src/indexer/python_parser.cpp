@@ -249,7 +249,11 @@ class ModelBuilder {
     use(kind, scope, source, store_.chain(chain), line);
   }
   void use(UseKind kind, int scope, int source, Chain chain, std::int64_t line) {
-    m_.uses.push_back({kind, scope, source, static_cast<std::uint32_t>(line), chain, nullptr, {}});
+    m_.uses.push_back({.kind = kind,
+                       .scope = scope,
+                       .source = source,
+                       .line = static_cast<std::uint32_t>(line),
+                       .chain = chain});
   }
 
   // The dotted chain an expression names: "a.b.c" as {a, b, c}; super().m as {"", m}.
@@ -345,8 +349,9 @@ class ModelBuilder {
       }
       if (worth_a_use(called)) {
         use(UseKind::call, frame.scope, frame.owner, called, line_of(call));
-        m_.uses.back().arguments =
-            store_.copy(argument_hints(field(call, "arguments"), frame.scope));
+        const auto arguments = store_.copy(argument_hints(field(call, "arguments"), frame.scope));
+        m_.uses.back().argument_data = arguments.data();
+        m_.uses.back().argument_count = static_cast<std::uint8_t>(arguments.size());
       }
       push(field(call, "arguments"), frame.scope, frame.owner);
     }
@@ -594,7 +599,7 @@ class ModelBuilder {
       if (splat) {
         name = ts_node_named_child(name, 0);
         // *args is a tuple and **kwargs a dict, whatever their annotation says of the items.
-        hints.assign(1, {TypeHint::Kind::name, builtin_chain(), outer.scope});
+        hints.assign(1, {TypeHint::Kind::name, outer.scope, builtin_chain()});
       }
       if (ts_node_is_null(name) || type_of(name) != "identifier") {
         if (!ts_node_is_null(name)) bind_targets(name, body, function);
@@ -709,7 +714,7 @@ class ModelBuilder {
       if (ts_node_is_null(node)) continue;
       const std::string_view type = type_of(node);
       if (is_builtin_literal(type)) {
-        hints.push_back({TypeHint::Kind::name, builtin_chain(), scope});
+        hints.push_back({TypeHint::Kind::name, scope, builtin_chain()});
       } else if (type == "call" || type == "identifier" || type == "attribute") {
         ChainWalk walk = walk_chain(node);
         if (walk.names.front() == UNKNOWN_VALUE || walk.names.front().empty() ||
@@ -718,9 +723,9 @@ class ModelBuilder {
         }
         if (type == "call") {
           walk.names.pop_back();  // the call's own result is what the hint stands for
-          hints.push_back({TypeHint::Kind::call, store_.chain(walk.names), scope});
+          hints.push_back({TypeHint::Kind::call, scope, store_.chain(walk.names)});
         } else {
-          hints.push_back({TypeHint::Kind::name, store_.chain(walk.names), scope});
+          hints.push_back({TypeHint::Kind::name, scope, store_.chain(walk.names)});
         }
       } else if (type == "boolean_operator" || type == "conditional_expression" ||
                  type == "parenthesized_expression" || type == "await") {
@@ -845,7 +850,7 @@ class ModelBuilder {
       if (!is_python_identifier(part)) return;
     }
     if (chain.size() == 1 && chain.front() == "None") return;
-    if (hints.size() < MAX_TYPE_HINTS) hints.push_back({kind, store_.chain(chain), scope});
+    if (hints.size() < MAX_TYPE_HINTS) hints.push_back({kind, scope, store_.chain(chain)});
   }
 
   // Records `hints` for the value that `target` names in `scope`: a name bound there, or an
@@ -901,13 +906,11 @@ class ModelBuilder {
 
   // An import edge from the importing definition to what `binding` names.
   void import_use(const Frame& frame, const Binding& binding, std::int64_t line) {
-    m_.uses.push_back({UseKind::import,
-                       frame.scope,
-                       frame.owner,
-                       static_cast<std::uint32_t>(line),
-                       {},
-                       store_.copy_one(binding),
-                       {}});
+    m_.uses.push_back({.kind = UseKind::import,
+                       .scope = frame.scope,
+                       .source = frame.owner,
+                       .line = static_cast<std::uint32_t>(line),
+                       .imported = store_.copy_one(binding)});
   }
 
   // Binds an imported name in the scope and, in a module or class, makes it a symbol.

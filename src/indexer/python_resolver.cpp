@@ -864,7 +864,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
     const bool made_edges = links.edges.size() > edges_before;
     const bool outside_call =
         value.kind == Value::Kind::external || (value.kind == Value::Kind::unknown && !made_edges);
-    if (use.kind == UseKind::call && outside_call && !use.arguments.empty() &&
+    if (use.kind == UseKind::call && outside_call && !use.arguments().empty() &&
         !(use.chain.size() == 1 && is_python_builtin(use.chain.front()))) {
       handed_outside(file, use, links, handed);
     }
@@ -911,7 +911,7 @@ PythonResolver::Value PythonResolver::passed_to(std::int64_t function, std::stri
 void PythonResolver::collect_arguments() {
   for (std::size_t f = 0; f < files_.size(); ++f) {
     for (const Use& use : files_[f].uses) {
-      if (use.kind != UseKind::call || use.arguments.empty()) continue;
+      if (use.kind != UseKind::call || use.arguments().empty()) continue;
       std::string_view resolution;
       const Value value = resolve_chain(f, use.scope, use.chain, resolution);
       if (value.kind != Value::Kind::symbols) continue;
@@ -932,7 +932,7 @@ void PythonResolver::collect_arguments() {
         } else if (target->kind != symbol_kind::FUNCTION) {
           continue;
         }
-        for (const Argument& argument : use.arguments) {
+        for (const Argument& argument : use.arguments()) {
           std::string_view parameter = argument.keyword;
           if (parameter.empty()) {
             const std::size_t at = static_cast<std::size_t>(argument.position) + skipped;
@@ -974,7 +974,7 @@ void PythonResolver::handed_outside(std::size_t file, const Use& use, FileLinks&
                                     HandedOver& handed) const {
   const std::int64_t source = symbol_id(file, use.source);
   std::vector<std::int64_t> targets;
-  for (const Argument& argument : use.arguments) {
+  for (const Argument& argument : use.arguments()) {
     const Value value = value_of_hints(file, std::span(&argument.hint, 1), INFERENCE_DEPTH);
     if (value.kind != Value::Kind::instance) continue;
     for (std::int64_t cls : lookup_order(value.ids)) {

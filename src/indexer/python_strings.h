@@ -43,8 +43,8 @@ class StringEvidence {
   // `model` receives the notes; `bindings` are the names each of its scopes binds so far,
   // `source` is the file's text and `root` its tree's root. All four must outlive this
   // object.
-  StringEvidence(FileModel& model, const std::vector<BindingMap>& bindings,
-                 std::string_view source, TSNode root);
+  StringEvidence(FileModel& model, const std::vector<BindingMap>& bindings, std::string_view source,
+                 TSNode root);
   ~StringEvidence();
   StringEvidence(const StringEvidence&) = delete;
   StringEvidence& operator=(const StringEvidence&) = delete;
