@@ -228,10 +228,10 @@ class Marker {
         if (!definition.import) {
           into(fqn, step.next);
         } else if (definition.import->kind == Binding::Kind::module) {
-          into(module_of(package, std::string(definition.import->module)), step.next);
+          into(module_of(package, std::string(definition.import->module())), step.next);
         } else {
-          queue.push_back({module_of(package, std::string(definition.import->module)),
-                           std::string(definition.import->name), step.next});
+          queue.push_back({module_of(package, std::string(definition.import->module())),
+                           std::string(definition.import->name()), step.next});
         }
       }
     }

@@ -47,22 +47,31 @@ inline constexpr std::size_t MAX_TYPE_HINTS = 4;
 struct Binding {
   enum class Kind : std::uint8_t {
     definition,     // a definition of this file (`definition` is its index)
-    module,         // an imported module (`module`)
-    imported_name,  // `name` imported from `module`
+    module,         // an imported module (`module()`)
+    imported_name,  // `name()` imported from `module()`
     instance,       // self or cls in a method: an instance of the class `definition`
     value,          // a local value of unknown type (parameter, local variable)
   };
+  // What only imports, parameters and names defined twice have: kept apart, so that the
+  // million bindings of a large repository stay small.
+  struct Details {
+    std::string_view module;
+    std::string_view name;
+    // Further definitions of the same name in the same scope (a name defined twice).
+    std::span<const int> also;
+  };
   Kind kind = Kind::value;
-  // For a parameter (a value whose `definition` is its function and `name` its own): the
+  // For a parameter (a value whose `definition` is its function and `name()` its own): the
   // arguments of the function's calls tell its type too.
   bool parameter = false;
   int definition = -1;
-  std::string_view module;
-  std::string_view name;
-  // Further definitions of the same name in the same scope (a name defined twice).
-  std::span<const int> also;
   // For a value: where its type can be read from (its annotation, what it is assigned).
   std::span<const TypeHint> hints;
+  const Details* details = nullptr;
+
+  std::string_view module() const { return details ? details->module : std::string_view(); }
+  std::string_view name() const { return details ? details->name : std::string_view(); }
+  std::span<const int> also() const { return details ? details->also : std::span<const int>(); }
 };
 
 // A name bound in a scope, and what to.

@@ -239,7 +239,9 @@ class ModelBuilder {
       } else if (existing.kind != Binding::Kind::instance) {
         // Defined twice, or imported and defined as a fallback (`try: from x import f`
         // `except ImportError: def f(): ...`): the name stands for each.
-        existing.also = store_.append(existing.also, binding.definition);
+        Binding::Details details = existing.details ? *existing.details : Binding::Details{};
+        details.also = store_.append(details.also, binding.definition);
+        existing.details = store_.copy_one(details);
       }
     }
   }
@@ -499,7 +501,7 @@ class ModelBuilder {
     const int method_of = outer.kind == Scope::Kind::class_body ? outer.owner : -1;
     const std::string_view fqn = made.fqn;
     const int id = add_definition(std::move(made));
-    bind(frame.scope, name, {Binding::Kind::definition, false, id, {}, {}, {}});
+    bind(frame.scope, name, {Binding::Kind::definition, false, id});
 
     for (TSNode decorator : decorators) {
       const TSNode expression = ts_node_named_child(decorator, 0);
@@ -610,12 +612,12 @@ class ModelBuilder {
         positional.push_back(store_.name(text(name)));
       }
       if (first && instance_of >= 0) {
-        bind(body, text(name), {Binding::Kind::instance, false, instance_of, {}, {}, {}});
+        bind(body, text(name), {Binding::Kind::instance, false, instance_of});
       } else {
         Binding value;
         value.hints = store_.copy(hints);
         value.definition = function;
-        value.name = store_.name(text(name));
+        value.details = store_.copy_one(Binding::Details{.name = store_.name(text(name))});
         value.parameter = true;
         bind(body, text(name), std::move(value));
       }
@@ -683,7 +685,7 @@ class ModelBuilder {
     made.start_line = line;
     made.end_line = end_line;
     const int id = add_definition(std::move(made));
-    bind(scope, name, {Binding::Kind::definition, false, id, {}, {}, {}});
+    bind(scope, name, {Binding::Kind::definition, false, id});
   }
 
   void visit_assignment(const Frame& frame) {
@@ -937,18 +939,15 @@ class ModelBuilder {
   void visit_import(const Frame& frame) {
     for (TSNode item : field_children(frame.node, "name")) {
       if (type_of(item) == "aliased_import") {
-        const Binding module{
-            Binding::Kind::module, false, -1, store_.name(text(field(item, "name"))), {}, {}, {}};
+        const Binding module = imported(Binding::Kind::module, text(field(item, "name")));
         import_use(frame, module, line_of(item));
         bind_import(frame, text(field(item, "alias")), module, line_of(item));
       } else {
         // "import a.b.c" imports a.b.c and binds "a".
         const std::string module = text(item);
-        import_use(frame, {Binding::Kind::module, false, -1, store_.name(module), {}, {}, {}},
-                   line_of(item));
+        import_use(frame, imported(Binding::Kind::module, module), line_of(item));
         const std::string head = module.substr(0, module.find('.'));
-        bind_import(frame, head, {Binding::Kind::module, false, -1, store_.name(head), {}, {}, {}},
-                    line_of(item));
+        bind_import(frame, head, imported(Binding::Kind::module, head), line_of(item));
       }
     }
   }
@@ -985,18 +984,16 @@ class ModelBuilder {
     for (TSNode child : named_children(frame.node)) {
       if (type_of(child) == "wildcard_import") {
         if (frame.scope == MODULE_SCOPE) m_.star_imports.push_back(module);
-        import_use(frame, {Binding::Kind::module, false, -1, store_.name(module), {}, {}, {}},
-                   line_of(child));
+        import_use(frame, imported(Binding::Kind::module, module), line_of(child));
       }
     }
     for (TSNode item : field_children(frame.node, "name")) {
       const bool aliased = type_of(item) == "aliased_import";
       const std::string name = text(aliased ? field(item, "name") : item);
       const std::string bound = aliased ? text(field(item, "alias")) : name;
-      const Binding imported{
-          Binding::Kind::imported_name, false, -1, store_.name(module), store_.name(name), {}, {}};
-      import_use(frame, imported, line_of(item));
-      bind_import(frame, bound, imported, line_of(item));
+      const Binding binding = imported(Binding::Kind::imported_name, module, name);
+      import_use(frame, binding, line_of(item));
+      bind_import(frame, bound, binding, line_of(item));
     }
   }
 
@@ -1023,7 +1020,7 @@ class ModelBuilder {
       if (it->second.definition >= 0) {
         m_.definitions[static_cast<std::size_t>(it->second.definition)].is_export = true;
       }
-      for (int other : it->second.also) {
+      for (int other : it->second.also()) {
         m_.definitions[static_cast<std::size_t>(other)].is_export = true;
       }
     }
@@ -1045,6 +1042,14 @@ class ModelBuilder {
       by_name[i] = i;
     std::ranges::sort(by_name, {}, [&](std::uint32_t i) { return named[i].name; });
     scope.by_name = store_.copy(by_name);
+  }
+
+  // A binding of an import: of `module`, or of `name` imported from it.
+  Binding imported(Binding::Kind kind, std::string_view module, std::string_view name = {}) {
+    Binding binding{kind, false, -1};
+    binding.details =
+        store_.copy_one(Binding::Details{.module = store_.name(module), .name = store_.name(name)});
+    return binding;
   }
 
   // The chain of BUILTIN_VALUE alone.

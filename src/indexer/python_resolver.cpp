@@ -277,7 +277,7 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
       for (const auto& [name, binding] : scope.bindings) {
         if (binding.kind != Binding::Kind::definition) continue;
         std::vector<int> ids{binding.definition};
-        ids.insert(ids.end(), binding.also.begin(), binding.also.end());
+        ids.insert(ids.end(), binding.also().begin(), binding.also().end());
         for (int d : ids) {
           const std::string_view kind = files[f].definitions[static_cast<std::size_t>(d)].kind;
           if (kind == symbol_kind::METHOD) {
@@ -503,13 +503,13 @@ PythonResolver::Value PythonResolver::resolve_from(std::string_view module,
       // binds the submodule's own name.
       if (reexport != nullptr && module_files_.contains(fqn) &&
           (reexport->kind == Binding::Kind::module
-               ? reexport->module == fqn
-               : dotted(reexport->module, reexport->name) == fqn)) {
+               ? reexport->module() == fqn
+               : dotted(reexport->module(), reexport->name()) == fqn)) {
         return module_value(fqn);
       }
       if (reexport != nullptr) {
-        if (reexport->kind == Binding::Kind::module) return module_value(reexport->module);
-        queue.emplace_back(reexport->module, reexport->name);
+        if (reexport->kind == Binding::Kind::module) return module_value(reexport->module());
+        queue.emplace_back(reexport->module(), reexport->name());
         continue;
       }
     }
@@ -529,19 +529,19 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
   switch (binding.kind) {
     case Binding::Kind::definition: {
       Value value{Value::Kind::symbols, {symbol_id(file, binding.definition)}, {}};
-      for (int other : binding.also)
+      for (int other : binding.also())
         value.ids.push_back(symbol_id(file, other));
       return value;
     }
     case Binding::Kind::module:
     case Binding::Kind::imported_name: {
       Value value = binding.kind == Binding::Kind::module
-                        ? module_value(binding.module)
-                        : resolve_from(binding.module, binding.name);
-      if (binding.also.empty()) return value;
+                        ? module_value(binding.module())
+                        : resolve_from(binding.module(), binding.name());
+      if (binding.also().empty()) return value;
       // Imported, with a fallback defined beside the import: the fallback too.
       if (value.kind != Value::Kind::symbols) value = {Value::Kind::symbols, {}, {}};
-      for (int other : binding.also)
+      for (int other : binding.also())
         value.ids.push_back(symbol_id(file, other));
       return value;
     }
@@ -550,7 +550,7 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
     case Binding::Kind::value: {
       Value value = value_of_hints(file, binding.hints, depth);
       if (value.kind != Value::Kind::unknown || !binding.parameter) return value;
-      return passed_to(symbol_id(file, binding.definition), binding.name, depth);
+      return passed_to(symbol_id(file, binding.definition), binding.name(), depth);
     }
   }
   return {Value::Kind::unknown, {}, {}};

@@ -573,7 +573,7 @@ class StringBinder {
          files_[file].scopes[static_cast<std::size_t>(scope)].bindings) {
       if (binding.kind != Binding::Kind::definition) continue;
       std::vector<int> ids{binding.definition};
-      ids.insert(ids.end(), binding.also.begin(), binding.also.end());
+      ids.insert(ids.end(), binding.also().begin(), binding.also().end());
       for (int index : ids) {
         if (matches(files_[file].definitions[static_cast<std::size_t>(index)])) {
           found.push_back(r_.symbol_id(file, index));
