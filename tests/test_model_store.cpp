@@ -1,0 +1,87 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "indexer/model_store.h"
+#include "indexer/python_parser.h"
+
+namespace quarry {
+namespace {
+
+using indexer::Chain;
+using indexer::ModelStore;
+
+// What a store hands out stays where it is and as it was while the store grows past its
+// blocks, and equal names and chains are stored once.
+TEST(ModelStore, KeepsWhatItStoresAndStoresNamesOnce) {
+  ModelStore store;
+  const std::string_view first = store.name("session");
+  const Chain chain = store.chain(std::vector<std::string>{"self", "session", "get"});
+  const std::string large(600 * 1024, 'x');  // more than a block: stored on its own
+  const std::string_view copied = store.copy(large);
+  std::vector<std::string_view> names;
+  for (int i = 0; i < 100000; ++i)
+    names.push_back(store.name("name_" + std::to_string(i)));
+
+  EXPECT_EQ(store.name(std::string("session")).data(), first.data());
+  EXPECT_EQ(store.chain(std::vector<std::string_view>{"self", "session", "get"}).data(),
+            chain.data());
+  EXPECT_NE(store.chain(std::vector<std::string>{"self", "session"}).data(), chain.data());
+  EXPECT_EQ(chain[1].data(), first.data());
+  EXPECT_EQ(copied, large);
+  for (int i = 0; i < 100000; i += 997)
+    EXPECT_EQ(names[static_cast<std::size_t>(i)], "name_" + std::to_string(i));
+  // An empty text has data, so that it is written as a text and not as NULL.
+  EXPECT_NE(store.name("").data(), nullptr);
+  EXPECT_NE(store.copy(std::string()).data(), nullptr);
+
+  const std::vector<int> ints{3, 1, 2};
+  const auto stored = store.copy(ints);
+  EXPECT_EQ(std::vector<int>(stored.begin(), stored.end()), ints);
+  const auto longer = store.append(stored, 4);
+  EXPECT_EQ(std::vector<int>(longer.begin(), longer.end()), (std::vector<int>{3, 1, 2, 4}));
+  EXPECT_EQ(stored.size(), 3u);
+}
+
+// A scope finds each name it binds, whether it is scanned (a few names) or searched by its
+// index in name order (more), and nothing else; the model outlives its parser.
+TEST(ModelStore, ScopesFindTheirNamesAfterTheParserIsGone) {
+  std::string source = "import os\nfrom pkg import thing as alias\n";
+  for (int i = 0; i < 12; ++i)
+    source += "value_" + std::to_string(i) + " = " + std::to_string(i) + "\n";
+  source += "def f(a, b):\n    c = a\n    return c\n";
+  indexer::FileModel model;
+  {
+    indexer::PythonParser parser;
+    model = parser.parse("pkg/mod.py", source);
+  }
+  struct Case {
+    int scope;
+    std::string name;
+    bool bound;
+  };
+  const int function = 1;
+  const std::vector<Case> cases = {
+      {0, "os", true},       {0, "alias", true},     {0, "thing", false},    {0, "value_0", true},
+      {0, "value_11", true}, {0, "value_12", false}, {0, "f", true},         {0, "a", false},
+      {function, "a", true}, {function, "c", true},  {function, "f", false},
+  };
+  ASSERT_EQ(model.scopes.size(), 2u);
+  EXPECT_GT(model.scopes[0].bindings.size(), indexer::MAX_SCOPE_SCAN);
+  EXPECT_EQ(model.scopes[0].by_name.size(), model.scopes[0].bindings.size());
+  EXPECT_TRUE(model.scopes[function].by_name.empty());
+  for (const Case& c : cases) {
+    const indexer::Binding* found = model.scopes[static_cast<std::size_t>(c.scope)].find(c.name);
+    EXPECT_EQ(found != nullptr, c.bound) << c.scope << " " << c.name;
+  }
+  const indexer::Binding* alias = model.scopes[0].find("alias");
+  ASSERT_NE(alias, nullptr);
+  EXPECT_EQ(alias->module(), "pkg");
+  EXPECT_EQ(alias->name(), "thing");
+  EXPECT_EQ(model.scopes[function].find("b")->name(), "b");
+}
+
+}  // namespace
+}  // namespace quarry
