@@ -44,8 +44,8 @@ class Insert {
     return *this;
   }
   Insert& text(int column, std::string_view value) {
-    check(
-        sqlite3_bind_text64(stmt_, column, value.data(), value.size(), SQLITE_STATIC, SQLITE_UTF8));
+    check(sqlite3_bind_text64(stmt_, column, value.data(), value.size(), SQLITE_STATIC,
+                              SQLITE_UTF8));
     return *this;
   }
   Insert& null(int column) {

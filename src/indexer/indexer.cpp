@@ -296,6 +296,9 @@ IndexSummary build_index(const IndexOptions& options) {
         });
       },
       report(PHASE_PARSING, python_paths.size()));
+  // What makes the parsers' stored names unique is not needed further; the names stay with
+  // the models.
+  parsers.clear();
 
   // What packaging files declare as entry points is run from outside: it is exported.
   const std::vector<std::string> entry_point_warnings =
@@ -335,30 +338,32 @@ IndexSummary build_index(const IndexOptions& options) {
     }
     handoff.writer_ended();
   });
+  std::vector<std::string> model_warnings;
   try {
-    const PythonResolver resolver(models);
-    run_parallel(
-        models.size(), threads,
-        [&](unsigned, std::size_t i) {
-          on_file(PHASE_RESOLVING, models[i].path, [&] { links[i] = resolver.resolve(i); });
-          // Only this file's own resolving reads its uses.
-          models[i].uses = {};
-          models[i].string_uses = {};
-          handoff.resolved(i);
-        },
-        report(PHASE_RESOLVING, models.size()));
+    {
+      const PythonResolver resolver(models);
+      run_parallel(
+          models.size(), threads,
+          [&](unsigned, std::size_t i) {
+            on_file(PHASE_RESOLVING, models[i].path, [&] { links[i] = resolver.resolve(i); });
+            // Only this file's own resolving reads its uses.
+            models[i].uses = {};
+            models[i].string_uses = {};
+            handoff.resolved(i);
+          },
+          report(PHASE_RESOLVING, models.size()));
+    }
+    // The models are no longer read: freed before the writer sorts the link indexes.
+    for (FileModel& model : models) {
+      std::move(model.warnings.begin(), model.warnings.end(), std::back_inserter(model_warnings));
+    }
+    summary.python_files = models.size();
+    handoff.wait_files_written();
+    models = {};
   } catch (...) {
     handoff.stop();
     throw;
   }
-  // The models are no longer read: freed before the writer sorts the link indexes.
-  std::vector<std::string> model_warnings;
-  for (FileModel& model : models) {
-    std::move(model.warnings.begin(), model.warnings.end(), std::back_inserter(model_warnings));
-  }
-  summary.python_files = models.size();
-  handoff.wait_files_written();
-  models = {};
   handoff.released();
   // A step per file's links, and one for the lookup indexes.
   const std::size_t write_steps = links.size() + 1;

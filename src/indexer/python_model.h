@@ -168,8 +168,8 @@ struct Argument {
 // An empty head stands for super().
 struct Use {
   UseKind kind = UseKind::reference;
-  std::uint8_t argument_count =
-      0;  // of `argument_data`: at most MAX_ARGUMENT_HINTS + MAX_TYPE_HINTS
+  // How many arguments `argument_data` holds: at most MAX_ARGUMENT_HINTS + MAX_TYPE_HINTS.
+  std::uint8_t argument_count = 0;
   int scope = 0;
   int source = 0;  // the definition the edge comes from
   std::uint32_t line = 0;
