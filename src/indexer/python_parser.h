@@ -28,8 +28,8 @@ class PythonParser {
 
   // Parses `source`, the text of the file at `path`. Never throws for bad input: a file
   // that does not parse, or is not valid UTF-8, gives what could be read and a warning.
-  // The models of one parser share a store (FileModel::store) that lives as long as any
-  // of them.
+  // The models of one parser share a store (FileModel::store) that lives as long as the
+  // parser or any of them: a parser keeps what every file it read stored.
   FileModel parse(const std::string& path, std::string_view source);
 
  private:
