@@ -20,6 +20,9 @@
 #include "indexer/index_writer.h"
 #include "indexer/python_parser.h"
 #include "indexer/python_resolver.h"
+#include "indexer/script_entry_points.h"
+#include "indexer/script_modules.h"
+#include "indexer/script_parser.h"
 #include "indexer/source_files.h"
 #include "indexer/text.h"
 #include "storage/index_meta.h"
@@ -228,50 +231,73 @@ IndexSummary build_index(const IndexOptions& options) {
   IndexTarget target(options.db_path, options.waiting);
 
   std::vector<ListedFile> files;
-  std::vector<std::string> python_paths;
+  // The files that are parsed, Python and scripts, in the order of the listing.
+  std::vector<std::string> parsed_paths;
+  std::vector<bool> is_script;
+  std::vector<std::string> python_modules;
+  std::vector<std::string> script_paths;
   if (options.progress) options.progress(PHASE_LISTING, 0, 0);
   SourceListing listing = list_files_but_the_index(options);
   if (options.progress) options.progress(PHASE_LISTING, listing.files.size(), listing.files.size());
   summary.warnings = std::move(listing.warnings);
   for (std::string& path : listing.files) {
     ListedFile file{path, std::string(language_of(path)), -1};
-    if (file.language == "python") {
-      file.model = static_cast<int>(python_paths.size());
-      python_paths.push_back(path);
+    const bool python = file.language == "python";
+    const bool script = !python && script_dialect_of(path).has_value();
+    if (python || script) {
+      file.model = static_cast<int>(parsed_paths.size());
+      parsed_paths.push_back(path);
+      is_script.push_back(script);
+      if (python) python_modules.push_back(module_name_of(path));
+      if (script) script_paths.push_back(path);
     }
     files.push_back(std::move(file));
   }
+  const ScriptModules script_modules(script_paths, python_modules);
 
-  std::vector<FileModel> models(python_paths.size());
+  std::vector<FileModel> models(parsed_paths.size());
   const unsigned threads =
       options.threads != 0 ? options.threads : std::max(1u, std::thread::hardware_concurrency());
-  // One parser per thread: a parser is not thread-safe.
+  // One parser of each language per thread: a parser is not thread-safe.
   std::vector<std::unique_ptr<PythonParser>> parsers(threads);
+  std::vector<std::unique_ptr<ScriptParser>> script_parsers(threads);
   run_parallel(
-      python_paths.size(), threads,
+      parsed_paths.size(), threads,
       [&](unsigned worker, std::size_t i) {
-        on_file(PHASE_PARSING, python_paths[i], [&] {
-          auto& parser = parsers[worker];
-          if (!parser) parser = std::make_unique<PythonParser>();
-          SourceText source = read_source(options.root / python_paths[i], options.max_file_size);
-          const DecodedSource decoded =
-              decode_python_source(source.text ? std::move(*source.text) : std::string());
-          models[i] = parser->parse(python_paths[i], decoded.text);
-          const std::string& problem = source.text ? decoded.problem : source.problem;
+        const std::string& path = parsed_paths[i];
+        on_file(PHASE_PARSING, path, [&] {
+          SourceText source = read_source(options.root / path, options.max_file_size);
+          std::string problem = source.problem;
+          if (is_script[i]) {
+            auto& parser = script_parsers[worker];
+            if (!parser) parser = std::make_unique<ScriptParser>(script_modules);
+            models[i] = parser->parse(path, source.text ? *source.text : std::string());
+          } else {
+            auto& parser = parsers[worker];
+            if (!parser) parser = std::make_unique<PythonParser>();
+            const DecodedSource decoded =
+                decode_python_source(source.text ? std::move(*source.text) : std::string());
+            models[i] = parser->parse(path, decoded.text);
+            if (source.text) problem = decoded.problem;
+          }
           if (!problem.empty()) {
-            models[i].warnings.insert(
-                models[i].warnings.begin(),
-                python_paths[i] + (source.text ? ": " : ": not indexed: ") + problem);
+            models[i].warnings.insert(models[i].warnings.begin(),
+                                      path + (source.text ? ": " : ": not indexed: ") + problem);
           }
         });
       },
-      report(PHASE_PARSING, python_paths.size()));
+      report(PHASE_PARSING, parsed_paths.size()));
 
   // What packaging files declare as entry points is run from outside: it is exported.
   const std::vector<std::string> entry_point_warnings =
       mark_entry_points(options.root, listing.files, options.max_file_size, models);
   summary.warnings.insert(summary.warnings.end(), entry_point_warnings.begin(),
                           entry_point_warnings.end());
+  // So is what script packages publish or run, and what tools' configuration files export.
+  const std::vector<std::string> script_entry_warnings = mark_script_entry_points(
+      options.root, listing.files, options.max_file_size, script_modules, models);
+  summary.warnings.insert(summary.warnings.end(), script_entry_warnings.begin(),
+                          script_entry_warnings.end());
   // So are the entry points the configuration names.
   const std::vector<std::string> configured_warnings =
       mark_configured_entry_points(options.entry_points, models);
@@ -331,7 +357,8 @@ IndexSummary build_index(const IndexOptions& options) {
     summary.warnings.insert(summary.warnings.end(), model.warnings.begin(), model.warnings.end());
   }
   summary.files = files.size();
-  summary.python_files = models.size();
+  summary.script_files = script_paths.size();
+  summary.python_files = models.size() - summary.script_files;
   summary.symbols = counts.symbols;
   summary.edges = counts.edges;
   summary.pending_references = counts.pending_references;

@@ -37,7 +37,8 @@ inline constexpr std::size_t MAX_TYPE_HINTS = 4;
 struct Binding {
   enum class Kind {
     definition,     // a definition of this file (`definition` is its index)
-    module,         // an imported module (`module`)
+    module,         // an imported module (`module`); with a `name`, that export of the
+                    // module when it has one (a script's default import), else the module
     imported_name,  // `name` imported from `module`
     instance,       // self or cls in a method: an instance of the class `definition`
     value,          // a local value of unknown type (parameter, local variable)
@@ -94,7 +95,7 @@ struct Scope {
   std::vector<std::string> globals;  // names declared global or nonlocal here
 };
 
-enum class UseKind { call, reference, type, decorates, inherits, import };
+enum class UseKind { call, reference, type, decorates, inherits, implements, import };
 
 // An argument of a call: its position among the positional arguments (or -1), or its
 // keyword, and what it is.
@@ -107,7 +108,8 @@ struct Argument {
 };
 
 // A use of a name: the head name looked up in `scope`, then attributes, in `chain`.
-// An empty head stands for super().
+// An empty head stands for super(). A use with `imported` set is an import's: its edge
+// goes to what the binding names (an import, or a type-only import in TypeScript).
 struct Use {
   UseKind kind = UseKind::reference;
   int scope = 0;
@@ -164,6 +166,9 @@ struct FileModel {
   std::vector<std::string> star_imports;  // modules imported with "*"
   std::vector<std::string> warnings;
   std::vector<StringUse> string_uses;
+  // The names a JavaScript or TypeScript module exports, sorted: what an entry file of a
+  // package makes public.
+  std::vector<std::string> exports;
 };
 
 // How the call sites of names that the repository defines were bound: to definitions of

@@ -1028,31 +1028,6 @@ std::string component_of(std::string_view path) {
   return component;
 }
 
-namespace {
-
-// The line (from 1) of the first place, in source order, where the tree holds a syntax
-// error: an error node or a node the parser had to assume missing.
-std::int64_t first_error_line(TSNode root) {
-  TSTreeCursor cursor = ts_tree_cursor_new(root);
-  TSNode node = root;
-  // An error node's symbol is the largest; this tree-sitter has no ts_node_is_error.
-  const auto is_error = [](TSNode n) { return ts_node_symbol(n) == static_cast<TSSymbol>(-1); };
-  while (!is_error(node) && !ts_node_is_missing(node)) {
-    bool found = false;
-    if (ts_tree_cursor_goto_first_child(&cursor)) {
-      do {
-        found = ts_node_has_error(ts_tree_cursor_current_node(&cursor));
-      } while (!found && ts_tree_cursor_goto_next_sibling(&cursor));
-    }
-    if (!found) break;  // the error is in `node` itself
-    node = ts_tree_cursor_current_node(&cursor);
-  }
-  ts_tree_cursor_delete(&cursor);
-  return static_cast<std::int64_t>(ts_node_start_point(node).row) + 1;
-}
-
-}  // namespace
-
 PythonParser::PythonParser() : parser_(ts_parser_new()) {
   if (!ts_parser_set_language(parser_, tree_sitter_python())) {
     ts_parser_delete(parser_);

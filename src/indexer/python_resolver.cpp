@@ -206,6 +206,8 @@ std::string_view edge_kind_of(UseKind kind) {
       return edge_kind::DECORATES;
     case UseKind::inherits:
       return edge_kind::INHERITS;
+    case UseKind::implements:
+      return edge_kind::IMPLEMENTS;
     case UseKind::import:
       return edge_kind::IMPORT;
   }
@@ -528,9 +530,15 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
     }
     case Binding::Kind::module:
     case Binding::Kind::imported_name: {
-      Value value = binding.kind == Binding::Kind::module
-                        ? module_value(binding.module)
-                        : resolve_from(binding.module, binding.name);
+      Value value = binding.kind == Binding::Kind::imported_name
+                        ? resolve_from(binding.module, binding.name)
+                        : module_value(binding.module);
+      // A module bound with a name (a script's default import or require) stands for that
+      // export when the module has it, else for the module itself.
+      if (binding.kind == Binding::Kind::module && !binding.name.empty()) {
+        Value named = resolve_from(binding.module, binding.name);
+        if (named.kind == Value::Kind::symbols) value = std::move(named);
+      }
       if (binding.also.empty()) return value;
       // Imported, with a fallback defined beside the import: the fallback too.
       if (value.kind != Value::Kind::symbols) value = {Value::Kind::symbols, {}, {}};
@@ -810,7 +818,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
   for (const Use& use : model.uses) {
     const std::int64_t source = symbol_id(file, use.source);
     const std::string_view kind = edge_kind_of(use.kind);
-    if (use.kind == UseKind::import) {
+    if (use.imported) {
       const Value value = value_of(file, *use.imported, 0);
       if (value.kind == Value::Kind::symbols || value.kind == Value::Kind::module) {
         for (std::int64_t id : value.ids) {

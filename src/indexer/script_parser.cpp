@@ -1,0 +1,1336 @@
+#include "indexer/script_parser.h"
+
+#include <tree_sitter/api.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "indexer/syntax_nodes.h"
+#include "indexer/text.h"
+#include "models/symbol.h"
+
+extern "C" const TSLanguage* tree_sitter_javascript();
+extern "C" const TSLanguage* tree_sitter_typescript();
+extern "C" const TSLanguage* tree_sitter_tsx();
+
+namespace quarry::indexer {
+
+namespace {
+
+// The CommonJS names that stand for a module's exports.
+constexpr std::string_view MODULE_OBJECT = "module";
+constexpr std::string_view EXPORTS_OBJECT = "exports";
+constexpr std::string_view DEFAULT_EXPORT = "default";
+
+bool is_function_value(std::string_view type) {
+  return type == "arrow_function" || type == "function_expression" || type == "function" ||
+         type == "generator_function";
+}
+
+bool is_class_value(std::string_view type) {
+  return type == "class";
+}
+
+// Literals whose value is of a builtin type.
+bool is_builtin_literal(std::string_view type) {
+  return type == "string" || type == "template_string" || type == "number" || type == "array" ||
+         type == "object" || type == "regex" || type == "true" || type == "false";
+}
+
+// JSX names of components start with a capital; lower-case ones are the host's elements.
+bool is_component_name(std::string_view name) {
+  return !name.empty() && name.front() >= 'A' && name.front() <= 'Z';
+}
+
+// Builds the model of one script file in a single pass over its syntax tree, with an
+// explicit stack of nodes still to visit. Children are listed with one tree cursor (see
+// the Python reader for why never by index).
+class ScriptBuilder {
+ public:
+  ScriptBuilder(FileModel& model, std::string_view source, TSNode root,
+                const ScriptModules& modules)
+      : m_(model),
+        src_(source),
+        root_(root),
+        modules_(modules),
+        cursor_(ts_tree_cursor_new(root)) {}
+  ~ScriptBuilder() { ts_tree_cursor_delete(&cursor_); }
+  ScriptBuilder(const ScriptBuilder&) = delete;
+  ScriptBuilder& operator=(const ScriptBuilder&) = delete;
+
+  void build() {
+    push(root_, MODULE_SCOPE, TOPLEVEL_DEFINITION);
+    while (!stack_.empty()) {
+      const Frame frame = stack_.back();
+      stack_.pop_back();
+      visit(frame);
+    }
+    finish();
+  }
+
+ private:
+  struct Frame {
+    TSNode node;
+    int scope;
+    int owner;
+    bool type_mode;
+  };
+
+  std::string_view raw_text(TSNode node) const {
+    if (ts_node_is_null(node)) return {};
+    const std::uint32_t start = ts_node_start_byte(node);
+    const std::uint32_t end =
+        std::min<std::uint32_t>(ts_node_end_byte(node), static_cast<std::uint32_t>(src_.size()));
+    if (start >= end) return {};
+    return src_.substr(start, end - start);
+  }
+
+  std::string text(TSNode node) const { return valid_utf8(raw_text(node)); }
+
+  // The value of a string literal: its fragments, without quotes or escapes read.
+  std::string string_value(TSNode node) {
+    std::string value;
+    if (ts_node_is_null(node) || type_of(node) != "string") return value;
+    for (TSNode part : named_children(node)) {
+      if (type_of(part) == "string_fragment") value += text(part);
+    }
+    return value;
+  }
+
+  std::vector<TSNode> named_children(TSNode node) {
+    std::vector<TSNode> out;
+    ts_tree_cursor_reset(&cursor_, node);
+    if (ts_tree_cursor_goto_first_child(&cursor_)) {
+      do {
+        const TSNode child = ts_tree_cursor_current_node(&cursor_);
+        if (ts_node_is_named(child)) out.push_back(child);
+      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
+    }
+    return out;
+  }
+
+  // Whether `node` has an unnamed child written `token` ("default", "type", "static").
+  bool has_token(TSNode node, std::string_view token) {
+    ts_tree_cursor_reset(&cursor_, node);
+    if (ts_tree_cursor_goto_first_child(&cursor_)) {
+      do {
+        const TSNode child = ts_tree_cursor_current_node(&cursor_);
+        if (!ts_node_is_named(child) && type_of(child) == token) return true;
+      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
+    }
+    return false;
+  }
+
+  void push(TSNode node, int scope, int owner, bool type_mode = false) {
+    if (!ts_node_is_null(node)) stack_.push_back({node, scope, owner, type_mode});
+  }
+
+  void push_children(const Frame& frame) {
+    const std::size_t first = stack_.size();
+    ts_tree_cursor_reset(&cursor_, frame.node);
+    if (ts_tree_cursor_goto_first_child(&cursor_)) {
+      do {
+        const TSNode child = ts_tree_cursor_current_node(&cursor_);
+        if (ts_node_is_named(child)) push(child, frame.scope, frame.owner, frame.type_mode);
+      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
+    }
+    std::reverse(stack_.begin() + static_cast<std::ptrdiff_t>(first), stack_.end());
+  }
+
+  Scope& scope(int index) { return m_.scopes[static_cast<std::size_t>(index)]; }
+  Definition& definition(int index) { return m_.definitions[static_cast<std::size_t>(index)]; }
+
+  int add_definition(Definition made) {
+    m_.definitions.push_back(std::move(made));
+    return static_cast<int>(m_.definitions.size()) - 1;
+  }
+
+  int add_scope(Scope made) {
+    m_.scopes.push_back(std::move(made));
+    return static_cast<int>(m_.scopes.size()) - 1;
+  }
+
+  // A definition named `name` of `kind` in `scope`, bound there.
+  int define(int in_scope, const std::string& name, std::string_view kind, TSNode node) {
+    Definition made;
+    made.name = name;
+    made.kind = std::string(kind);
+    made.fqn = scope(in_scope).fqn + "." + name;
+    made.start_line = line_of(node);
+    made.end_line = end_line_of(node);
+    const int id = add_definition(std::move(made));
+    bind(in_scope, name, {Binding::Kind::definition, id, {}, {}, {}});
+    return id;
+  }
+
+  // As the Python reader binds: a definition joins those already bound to the name (a
+  // getter and setter, overloads), otherwise the first binding of a name is kept.
+  void bind(int in_scope, const std::string& name, Binding binding) {
+    auto [it, inserted] = scope(in_scope).bindings.try_emplace(name, binding);
+    if (inserted || binding.kind != Binding::Kind::definition) return;
+    Binding& existing = it->second;
+    if (existing.kind == Binding::Kind::value) {
+      existing = binding;
+    } else if (existing.kind != Binding::Kind::instance) {
+      existing.also.push_back(binding.definition);
+    }
+  }
+
+  void use(UseKind kind, int in_scope, int source, std::vector<std::string> chain,
+           std::int64_t line) {
+    if (chain.empty() || chain.size() > MAX_CHAIN_LENGTH) return;
+    m_.uses.push_back({kind, in_scope, source, std::move(chain), line, nullptr, {}});
+  }
+
+  // An import edge (or a type edge, for a type-only import) to what `binding` names.
+  void import_use(const Frame& frame, const Binding& binding, std::int64_t line,
+                  UseKind kind = UseKind::import) {
+    m_.uses.push_back(
+        {kind, frame.scope, frame.owner, {}, line, std::make_shared<const Binding>(binding), {}});
+  }
+
+  // Binds an imported name; in the module scope it is a symbol of kind import that the
+  // module's exports may name.
+  void bind_import(const Frame& frame, const std::string& name, Binding binding, TSNode node) {
+    if (name.empty() || scope(frame.scope).bindings.contains(name)) return;
+    int id = -1;
+    if (frame.scope == MODULE_SCOPE) {
+      Definition made;
+      made.name = name;
+      made.kind = std::string(symbol_kind::IMPORT);
+      made.fqn = m_.module + "." + name;
+      made.start_line = line_of(node);
+      made.end_line = end_line_of(node);
+      made.import = binding;
+      id = add_definition(std::move(made));
+    }
+    binding.definition = id;
+    scope(frame.scope).bindings.emplace(name, std::move(binding));
+  }
+
+  // The module's export `name` stands for `target`, a name of this module or `name` of
+  // `module`: a symbol of kind import that the resolver follows as a re-export.
+  void alias_export(const std::string& name, const std::string& module, const std::string& target,
+                    TSNode node) {
+    if (name.empty()) return;
+    exports_.push_back(name);
+    if (module == m_.module && name == target) return;  // the definition itself
+    Definition made;
+    made.name = name;
+    made.kind = std::string(symbol_kind::IMPORT);
+    made.fqn = m_.module + "." + name;
+    made.start_line = line_of(node);
+    made.end_line = end_line_of(node);
+    made.import = Binding{Binding::Kind::imported_name, -1, module, target, {}};
+    add_definition(std::move(made));
+  }
+
+  // The chain an expression names: "a.b.c" as {a, b, c}, `this.x` as {this, x}.
+  std::optional<std::vector<std::string>> chain_of(TSNode node) const {
+    std::vector<std::string> names;
+    while (!ts_node_is_null(node) && type_of(node) == "member_expression") {
+      names.push_back(text(field(node, "property")));
+      node = field(node, "object");
+    }
+    if (ts_node_is_null(node)) return std::nullopt;
+    const std::string_view type = type_of(node);
+    if (type == "identifier" || type == "type_identifier" || type == "this") {
+      names.push_back(text(node));
+    } else if (type == "nested_type_identifier" || type == "nested_identifier") {
+      std::vector<std::string> parts;
+      std::string part;
+      for (char c : raw_text(node)) {
+        if (c == '.') {
+          parts.push_back(std::move(part));
+          part.clear();
+        } else if (c != ' ' && c != '\n' && c != '\t' && c != '\r') {
+          part += c;
+        }
+      }
+      parts.push_back(std::move(part));
+      names.insert(names.end(), parts.rbegin(), parts.rend());
+    } else {
+      return std::nullopt;
+    }
+    std::reverse(names.begin(), names.end());
+    return names;
+  }
+
+  struct ChainWalk {
+    std::vector<std::string> names;
+    std::vector<std::pair<std::size_t, TSNode>> calls;  // the chain each call calls, and it
+    TSNode base{};
+    bool has_base = false;
+  };
+
+  // An expression of members, calls and `new` read down to where it starts: `a.b().c` is
+  // {a, b, "()", c}, `new C().m` is {C, "()", m}, `super.m` is {"", m}. A chain that does
+  // not start from a name starts from UNKNOWN_VALUE, and `base` is what it starts from.
+  ChainWalk walk_chain(TSNode node) const {
+    ChainWalk walk;
+    std::vector<TSNode> calls;
+    std::vector<std::size_t> call_at;
+    while (true) {
+      const std::string_view type = ts_node_is_null(node) ? std::string_view() : type_of(node);
+      if (type == "member_expression") {
+        walk.names.push_back(text(field(node, "property")));
+        node = field(node, "object");
+      } else if (type == "call_expression" || type == "new_expression") {
+        const TSNode callee = field(node, type == "new_expression" ? "constructor" : "function");
+        if (!ts_node_is_null(callee) && type_of(callee) == "super") {
+          // `super(...)` runs the base's constructor, which its class's use already counts.
+          walk.names.emplace_back(UNKNOWN_VALUE);
+          walk.base = field(node, "arguments");
+          walk.has_base = !ts_node_is_null(walk.base);
+          break;
+        }
+        call_at.push_back(walk.names.size());
+        calls.push_back(node);
+        walk.names.emplace_back(CALL_RESULT);
+        node = callee;
+      } else if (type == "non_null_expression" || type == "parenthesized_expression") {
+        const TSNode inner = ts_node_named_child(node, 0);
+        if (type == "parenthesized_expression" &&
+            (ts_node_is_null(inner) || type_of(inner) == "sequence_expression")) {
+          walk.names.emplace_back(UNKNOWN_VALUE);
+          walk.base = node;
+          walk.has_base = true;
+          break;
+        }
+        node = inner;
+      } else if (type == "identifier" || type == "this") {
+        walk.names.push_back(text(node));
+        break;
+      } else if (type == "super") {
+        walk.names.emplace_back();
+        break;
+      } else {
+        walk.names.emplace_back(is_builtin_literal(type) ? BUILTIN_VALUE : UNKNOWN_VALUE);
+        walk.base = node;
+        walk.has_base = !ts_node_is_null(node);
+        break;
+      }
+    }
+    std::reverse(walk.names.begin(), walk.names.end());
+    const std::size_t size = walk.names.size();
+    for (std::size_t i = 0; i < calls.size(); ++i)
+      walk.calls.emplace_back(size - 1 - call_at[i], calls[i]);
+    return walk;
+  }
+
+  // The uses an expression of members and calls makes: a call use per call in it, and for
+  // an expression that is no call, a use of `kind` of the whole chain.
+  void use_chain(const Frame& frame, TSNode node, UseKind kind) {
+    ChainWalk walk = walk_chain(node);
+    for (const auto& [length, call] : walk.calls) {
+      std::vector<std::string> called;
+      if (length <= MAX_CHAIN_LENGTH) {
+        called.assign(walk.names.begin(), walk.names.begin() + static_cast<std::ptrdiff_t>(length));
+      } else {
+        called = {std::string(UNKNOWN_VALUE), walk.names[length - 1]};
+      }
+      const bool worth =
+          called.front() != UNKNOWN_VALUE || (called.size() > 1 && called.back() != CALL_RESULT);
+      const TSNode arguments = field(call, "arguments");
+      if (worth) {
+        use(UseKind::call, frame.scope, frame.owner, std::move(called), line_of(call));
+        if (!m_.uses.empty()) m_.uses.back().arguments = argument_hints(arguments, frame.scope);
+      }
+      push(arguments, frame.scope, frame.owner);
+      push(field(call, "type_arguments"), frame.scope, frame.owner, true);
+    }
+    if (walk.has_base) push(walk.base, frame.scope, frame.owner, frame.type_mode);
+    if (walk.names.back() != CALL_RESULT && walk.names.front() != UNKNOWN_VALUE &&
+        walk.names.front() != BUILTIN_VALUE) {
+      use(kind, frame.scope, frame.owner, std::move(walk.names), line_of(node));
+    }
+  }
+
+  void visit(const Frame& frame) {
+    const std::string_view type = type_of(frame.node);
+    if (type == "import_statement") {
+      visit_import(frame);
+    } else if (type == "export_statement") {
+      visit_export(frame);
+    } else if (type == "function_declaration" || type == "generator_function_declaration" ||
+               type == "function_signature") {
+      define_function(frame, text(field(frame.node, "name")), frame.node, frame.node);
+    } else if (type == "class_declaration" || type == "abstract_class_declaration") {
+      define_class(frame, text(field(frame.node, "name")), frame.node, frame.node);
+    } else if (type == "lexical_declaration" || type == "variable_declaration") {
+      const bool constant = has_token(frame.node, "const");
+      for (TSNode declarator : named_children(frame.node)) {
+        if (type_of(declarator) == "variable_declarator")
+          visit_declarator(frame, declarator, constant);
+      }
+    } else if (type == "interface_declaration") {
+      const int id = define(frame.scope, text(field(frame.node, "name")), "interface", frame.node);
+      definition(id).signature = header_of(frame.node, field(frame.node, "body"));
+      for (TSNode child : named_children(frame.node)) {
+        if (type_of(child) != "extends_type_clause") continue;
+        for (TSNode base : named_children(child))
+          type_use(frame.scope, id, base, UseKind::inherits);
+      }
+      push(field(frame.node, "body"), frame.scope, id, true);
+    } else if (type == "type_alias_declaration") {
+      const int id = define(frame.scope, text(field(frame.node, "name")), "type_alias", frame.node);
+      definition(id).signature = header_of(frame.node, field(frame.node, "value"));
+      push(field(frame.node, "value"), frame.scope, id, true);
+    } else if (type == "enum_declaration") {
+      const int id = define(frame.scope, text(field(frame.node, "name")), "enum", frame.node);
+      definition(id).signature = header_of(frame.node, field(frame.node, "body"));
+      push(field(frame.node, "body"), frame.scope, id);
+    } else if (type == "call_expression") {
+      visit_call(frame);
+    } else if (type == "new_expression") {
+      use_chain(frame, frame.node, UseKind::call);
+    } else if (type == "member_expression") {
+      use_chain(frame, frame.node, frame.type_mode ? UseKind::type : UseKind::reference);
+    } else if (type == "identifier" || type == "shorthand_property_identifier") {
+      use(frame.type_mode ? UseKind::type : UseKind::reference, frame.scope, frame.owner,
+          {text(frame.node)}, line_of(frame.node));
+    } else if (type == "type_identifier" || type == "nested_type_identifier") {
+      type_use(frame.scope, frame.owner, frame.node, UseKind::type);
+    } else if (type == "type_annotation" || type == "type_arguments" ||
+               type == "implements_clause") {
+      push_children({frame.node, frame.scope, frame.owner, true});
+    } else if (is_function_value(type)) {
+      open_function(frame, frame.node, -1, frame.owner, open_lambda(frame));
+    } else if (type == "class") {
+      define_class(frame, text(field(frame.node, "name")), frame.node, frame.node);
+    } else if (type == "method_definition") {
+      // A method of an object literal: a function of its own, owned by what encloses it.
+      open_function(frame, frame.node, -1, frame.owner, open_lambda(frame));
+    } else if (type == "assignment_expression") {
+      visit_assignment(frame);
+    } else if (type == "jsx_opening_element" || type == "jsx_self_closing_element") {
+      const TSNode name = field(frame.node, "name");
+      if (auto chain = chain_of(name); chain && is_component_name(chain->front())) {
+        use(UseKind::reference, frame.scope, frame.owner, std::move(*chain), line_of(name));
+      }
+      for (TSNode child : named_children(frame.node)) {
+        if (!ts_node_eq(child, name)) push(child, frame.scope, frame.owner);
+      }
+    } else if (type == "jsx_attribute") {
+      const std::vector<TSNode> children = named_children(frame.node);
+      for (std::size_t i = 1; i < children.size(); ++i)
+        push(children[i], frame.scope, frame.owner);
+    } else if (type == "for_in_statement") {
+      bind_pattern(field(frame.node, "left"), frame.scope, frame.owner, {});
+      push(field(frame.node, "right"), frame.scope, frame.owner);
+      push(field(frame.node, "body"), frame.scope, frame.owner);
+    } else if (type == "catch_clause") {
+      bind_pattern(field(frame.node, "parameter"), frame.scope, frame.owner, {});
+      push(field(frame.node, "body"), frame.scope, frame.owner);
+    } else if (type == "return_statement") {
+      Definition& function = definition(frame.owner);
+      const TSNode value = ts_node_named_child(frame.node, 0);
+      if (!ts_node_is_null(value) && !function.returns_annotated &&
+          (function.kind == symbol_kind::FUNCTION || function.kind == symbol_kind::METHOD)) {
+        add_hints(function.hints, value_hints(value, frame.scope));
+      }
+      push_children(frame);
+    } else if (type == "pair") {
+      push(field(frame.node, "value"), frame.scope, frame.owner);
+      const TSNode key = field(frame.node, "key");
+      if (!ts_node_is_null(key) && type_of(key) == "computed_property_name")
+        push(key, frame.scope, frame.owner);
+    } else if (type == "as_expression" || type == "satisfies_expression") {
+      const std::vector<TSNode> children = named_children(frame.node);
+      if (!children.empty()) push(children.front(), frame.scope, frame.owner);
+      for (std::size_t i = 1; i < children.size(); ++i)
+        push(children[i], frame.scope, frame.owner, true);
+    } else if (type == "internal_module" || type == "module") {
+      push(field(frame.node, "body"), frame.scope, frame.owner);
+    } else if (type == "property_identifier" || type == "private_property_identifier" ||
+               type == "comment" || type == "string" || type == "number" || type == "regex" ||
+               type == "predefined_type" || type == "literal_type" || type == "this" ||
+               type == "jsx_closing_element" || type == "jsx_text" || type == "hash_bang_line" ||
+               type == "shorthand_property_identifier_pattern" || type == "statement_identifier") {
+      // Nothing a name is used in.
+    } else {
+      push_children(frame);
+    }
+  }
+
+  // A use of the type that `node` names (a name, a dotted name or a generic type's name).
+  void type_use(int in_scope, int source, TSNode node, UseKind kind) {
+    if (ts_node_is_null(node)) return;
+    if (type_of(node) == "generic_type") {
+      push(field(node, "type_arguments"), in_scope, source, true);
+      node = field(node, "name");
+    }
+    if (auto chain = chain_of(node)) {
+      use(kind, in_scope, source, std::move(*chain), line_of(node));
+    } else {
+      push(node, in_scope, source, kind != UseKind::reference);
+    }
+  }
+
+  // The text of a declaration up to where `body` starts, on one line, decorators first.
+  std::string header_of(TSNode declaration, TSNode body) const {
+    const std::uint32_t start = ts_node_start_byte(declaration);
+    std::uint32_t end =
+        ts_node_is_null(body) ? ts_node_end_byte(declaration) : ts_node_start_byte(body);
+    end = std::min<std::uint32_t>(end, static_cast<std::uint32_t>(src_.size()));
+    if (end <= start) return {};
+    std::string header = collapse_whitespace(valid_utf8(src_.substr(start, end - start)));
+    while (!header.empty() &&
+           (header.back() == '=' || header.back() == ' ' || header.back() == '{'))
+      header.pop_back();
+    // A long expression (a class's member, say) is no signature: cut it short.
+    if (header.size() > 400) header.resize(400);
+    return header;
+  }
+
+  // A name's text as a member: "m", "#m", "'quoted'" as its value; nothing for a computed
+  // name.
+  std::string member_name(TSNode name) {
+    if (ts_node_is_null(name)) return {};
+    const std::string_view type = type_of(name);
+    if (type == "string") return string_value(name);
+    if (type == "computed_property_name") return {};
+    return text(name);
+  }
+
+  int open_lambda(const Frame& frame) {
+    const Scope& outer = scope(frame.scope);
+    return add_scope(
+        {Scope::Kind::lambda, frame.scope, frame.owner, outer.method_of, outer.fqn, {}, {}});
+  }
+
+  // Defines the function `name` that `node` (a declaration, or a function value bound to a
+  // name) is, `whole` spanning its lines; in a class body it is a method.
+  int define_function(const Frame& frame, const std::string& name, TSNode node, TSNode whole) {
+    if (name.empty()) {
+      open_function(frame, node, -1, frame.owner, open_lambda(frame));
+      return -1;
+    }
+    const Scope& outer = scope(frame.scope);
+    const bool is_method = outer.kind == Scope::Kind::class_body;
+    const int method_of = is_method ? outer.owner : -1;
+    const int id =
+        define(frame.scope, name, is_method ? symbol_kind::METHOD : symbol_kind::FUNCTION, whole);
+    std::string signature;
+    for (TSNode decorator : decorators_of(whole)) {
+      signature += collapse_whitespace(text(decorator)) + " ";
+      decorate(frame, id, decorator);
+    }
+    signature += header_of(whole, field(node, "body"));
+    definition(id).signature = signature;
+    const int body = add_scope({Scope::Kind::function,
+                                frame.scope,
+                                id,
+                                method_of,
+                                scope(frame.scope).fqn + "." + name,
+                                {},
+                                {}});
+    if (method_of >= 0 && !has_token(whole, "static")) {
+      bind(body, "this", {Binding::Kind::instance, method_of, {}, {}, {}});
+    }
+    open_function(frame, node, id, id, body);
+    return id;
+  }
+
+  // Binds the parameters of function `node` in `body` and pushes its body; `id` is the
+  // function's definition (or -1 for an anonymous one), `owner` what its uses count for.
+  void open_function(const Frame& frame, TSNode node, int id, int owner, int body) {
+    const TSNode parameter = field(node, "parameter");  // `x => ...`
+    if (!ts_node_is_null(parameter)) bind_pattern(parameter, body, owner, {});
+    const TSNode parameters = field(node, "parameters");
+    if (!ts_node_is_null(parameters)) {
+      for (TSNode item : named_children(parameters))
+        visit_parameter(frame, item, id, owner, body);
+    }
+    const TSNode returns = field(node, "return_type");
+    if (id >= 0) {
+      Definition& function = definition(id);
+      function.hints = annotation_hints(returns, frame.scope);
+      function.returns_annotated = !function.hints.empty();
+    }
+    push(returns, frame.scope, owner, true);
+    push(field(node, "type_parameters"), frame.scope, owner, true);
+    const TSNode code = field(node, "body");
+    if (id >= 0 && !ts_node_is_null(code) && type_of(code) != "statement_block" &&
+        !definition(id).returns_annotated) {
+      add_hints(definition(id).hints, value_hints(code, body));  // `() => new C()`
+    }
+    push(code, body, owner);
+  }
+
+  void visit_parameter(const Frame& frame, TSNode item, int function, int owner, int body) {
+    const std::string_view type = type_of(item);
+    TSNode pattern = item;
+    TSNode annotation{};
+    if (type == "required_parameter" || type == "optional_parameter") {
+      pattern = field(item, "pattern");
+      annotation = field(item, "type");
+      push(field(item, "value"), frame.scope, frame.owner);
+      for (TSNode child : named_children(item)) {
+        if (type_of(child) == "decorator") decorate(frame, owner, child);
+      }
+    } else if (type == "assignment_pattern") {
+      pattern = field(item, "left");
+      push(field(item, "right"), frame.scope, frame.owner);
+    } else if (type == "comment") {
+      return;
+    }
+    if (ts_node_is_null(pattern)) return;
+    std::vector<TypeHint> hints = annotation_hints(annotation, frame.scope);
+    push(annotation, frame.scope, owner, true);
+    if (type_of(pattern) == "this") return;  // `this: T` names no parameter
+    if (type_of(pattern) != "identifier") {
+      bind_pattern(pattern, body, owner, {});
+      return;
+    }
+    const std::string name = text(pattern);
+    if (function >= 0) {
+      definition(function).parameters.push_back(name);
+      // `constructor(private repo: Repo)` declares the attribute repo of its class.
+      const int method_of = scope(body).method_of;
+      if (method_of >= 0 && definition(function).name == "constructor" && has_accessibility(item)) {
+        add_hints(definition(method_of).attributes[name], hints);
+      }
+    }
+    Binding value;
+    value.hints = std::move(hints);
+    value.definition = function >= 0 ? function : owner;
+    value.name = name;
+    value.parameter = function >= 0;
+    bind(body, name, std::move(value));
+  }
+
+  bool has_accessibility(TSNode parameter) {
+    for (TSNode child : named_children(parameter)) {
+      const std::string_view type = type_of(child);
+      if (type == "accessibility_modifier" || type == "override_modifier") return true;
+    }
+    return has_token(parameter, "readonly");
+  }
+
+  // The decorators written on a declaration: its `decorator` children (and, for an exported
+  // class, those on the export statement).
+  std::vector<TSNode> decorators_of(TSNode node) {
+    std::vector<TSNode> out;
+    for (TSNode child : named_children(node)) {
+      if (type_of(child) == "decorator") out.push_back(child);
+    }
+    const TSNode parent = ts_node_parent(node);
+    if (!ts_node_is_null(parent) && type_of(parent) == "export_statement") {
+      for (TSNode child : named_children(parent)) {
+        if (type_of(child) == "decorator") out.insert(out.begin(), child);
+      }
+    }
+    return out;
+  }
+
+  void decorate(const Frame& frame, int id, TSNode decorator) {
+    const TSNode expression = ts_node_named_child(decorator, 0);
+    if (ts_node_is_null(expression)) return;
+    const bool is_call = type_of(expression) == "call_expression";
+    const TSNode named = is_call ? field(expression, "function") : expression;
+    if (auto chain = chain_of(named)) {
+      use(UseKind::decorates, frame.scope, id, std::move(*chain), line_of(decorator));
+      if (is_call) push(field(expression, "arguments"), frame.scope, frame.owner);
+    } else {
+      push(expression, frame.scope, frame.owner);
+    }
+  }
+
+  int define_class(const Frame& frame, std::string name, TSNode node, TSNode whole) {
+    if (name.empty()) name = anonymous_name(frame);
+    if (name.empty()) {
+      push_children(frame);
+      return -1;
+    }
+    const int id = define(frame.scope, name, symbol_kind::CLASS, whole);
+    std::string signature;
+    for (TSNode decorator : decorators_of(node)) {
+      signature += collapse_whitespace(text(decorator)) + " ";
+      decorate(frame, id, decorator);
+    }
+    signature += header_of(node, field(node, "body"));
+    definition(id).signature = signature;
+    for (TSNode child : named_children(node)) {
+      if (type_of(child) != "class_heritage") continue;
+      for (TSNode clause : named_children(child)) {
+        if (type_of(clause) == "extends_clause") {
+          // JavaScript's grammar lists the base expression as a plain child.
+          TSNode base = field(clause, "value");
+          if (ts_node_is_null(base)) base = ts_node_named_child(clause, 0);
+          if (auto chain = chain_of(base)) {
+            use(UseKind::inherits, frame.scope, id, std::move(*chain), line_of(base));
+          } else {
+            push(base, frame.scope, frame.owner);
+          }
+          push(field(clause, "type_arguments"), frame.scope, id, true);
+        } else if (type_of(clause) == "implements_clause") {
+          for (TSNode implemented : named_children(clause))
+            type_use(frame.scope, id, implemented, UseKind::implements);
+        } else {
+          // `class A extends B` in JavaScript: the heritage holds the expression itself.
+          if (auto chain = chain_of(clause)) {
+            use(UseKind::inherits, frame.scope, id, std::move(*chain), line_of(clause));
+          } else {
+            push(clause, frame.scope, frame.owner);
+          }
+        }
+      }
+    }
+    push(field(node, "type_parameters"), frame.scope, id, true);
+    const int body =
+        add_scope({Scope::Kind::class_body, frame.scope, id, -1, definition(id).fqn, {}, {}});
+    definition(id).body_scope = body;
+    const TSNode members = field(node, "body");
+    if (!ts_node_is_null(members)) {
+      for (TSNode member : named_children(members))
+        visit_member({member, body, id, false}, id);
+    }
+    // `new C()` runs C's constructor: it is used wherever its class is.
+    if (scope(body).bindings.contains("constructor")) {
+      use(UseKind::reference, body, id, {"constructor"}, line_of(node));
+    }
+    return id;
+  }
+
+  // The name an anonymous default export takes.
+  std::string anonymous_name(const Frame& frame) {
+    const TSNode parent = ts_node_parent(frame.node);
+    if (frame.scope == MODULE_SCOPE && !ts_node_is_null(parent) &&
+        type_of(parent) == "export_statement") {
+      return std::string(DEFAULT_EXPORT);
+    }
+    return {};
+  }
+
+  void visit_member(const Frame& frame, int cls) {
+    const std::string_view type = type_of(frame.node);
+    if (type == "method_definition" || type == "abstract_method_signature" ||
+        type == "method_signature") {
+      const std::string name = member_name(field(frame.node, "name"));
+      if (name.empty()) {
+        push(field(frame.node, "name"), frame.scope, cls);
+        open_function(frame, frame.node, -1, cls, open_lambda(frame));
+        return;
+      }
+      define_function(frame, name, frame.node, frame.node);
+    } else if (type == "public_field_definition" || type == "field_definition") {
+      TSNode name_node = field(frame.node, "name");
+      if (ts_node_is_null(name_node)) name_node = field(frame.node, "property");
+      const std::string name = member_name(name_node);
+      const TSNode value = field(frame.node, "value");
+      const TSNode annotation = field(frame.node, "type");
+      push(annotation, frame.scope, cls, true);
+      if (!name.empty() && !ts_node_is_null(value) && is_function_value(type_of(value))) {
+        // `handle = () => ...`: a method bound to each instance.
+        define_function(frame, name, value, frame.node);
+        return;
+      }
+      if (!name.empty()) {
+        const int id = define(frame.scope, name, symbol_kind::VARIABLE, frame.node);
+        std::vector<TypeHint> hints = annotation_hints(annotation, frame.scope);
+        add_hints(hints, value_hints(value, frame.scope));
+        add_hints(definition(cls).attributes[name], hints);
+        definition(id).hints = std::move(hints);
+      }
+      for (TSNode decorator : decorators_of(frame.node))
+        decorate(frame, cls, decorator);
+      // A field's value is computed for each instance, as the constructor's code is.
+      push(value, frame.scope, cls);
+    } else {
+      push(frame.node, frame.scope, cls, type == "index_signature");
+    }
+  }
+
+  void visit_declarator(const Frame& frame, TSNode declarator, bool constant) {
+    const TSNode name = field(declarator, "name");
+    const TSNode value = field(declarator, "value");
+    const TSNode annotation = field(declarator, "type");
+    if (ts_node_is_null(name)) return;
+    if (const auto module = required_module(value)) {
+      bind_required(frame, name, *module);
+      return;
+    }
+    const std::string_view value_type = ts_node_is_null(value) ? "" : type_of(value);
+    if (type_of(name) == "identifier" && is_function_value(value_type)) {
+      define_function(frame, text(name), value, declarator);
+      return;
+    }
+    if (type_of(name) == "identifier" && is_class_value(value_type)) {
+      define_class(frame, text(name), value, declarator);
+      return;
+    }
+    std::vector<TypeHint> hints;
+    if (!ts_node_is_null(annotation)) hints = annotation_hints(annotation, frame.scope);
+    add_hints(hints, value_hints(value, frame.scope));
+    bind_pattern(name, frame.scope, frame.owner, std::move(hints), constant, declarator);
+    push(annotation, frame.scope, frame.owner, true);
+    push(value, frame.scope, frame.owner);
+  }
+
+  // Binds the names of a binding pattern. In the module scope each is a symbol (a constant
+  // or variable); elsewhere a value, with `hints` for a plain name.
+  void bind_pattern(TSNode pattern, int in_scope, int owner, std::vector<TypeHint> hints,
+                    bool constant = false, TSNode whole = {}) {
+    if (ts_node_is_null(pattern)) return;
+    if (type_of(pattern) == "identifier") {
+      bind_value(text(pattern), in_scope, owner, std::move(hints), constant,
+                 ts_node_is_null(whole) ? pattern : whole);
+      return;
+    }
+    std::vector<TSNode> pending{pattern};
+    while (!pending.empty()) {
+      const TSNode node = pending.back();
+      pending.pop_back();
+      const std::string_view type = type_of(node);
+      if (type == "identifier" || type == "shorthand_property_identifier_pattern") {
+        bind_value(text(node), in_scope, owner, {}, constant, node);
+      } else if (type == "assignment_pattern" || type == "object_assignment_pattern") {
+        pending.push_back(field(node, "left"));
+        push(field(node, "right"), in_scope, owner);
+      } else if (type == "pair_pattern") {
+        pending.push_back(field(node, "value"));
+      } else if (type == "member_expression" || type == "subscript_expression") {
+        push(node, in_scope, owner);
+      } else if (type == "object_pattern" || type == "array_pattern" || type == "rest_pattern" ||
+                 type == "lexical_declaration" || type == "variable_declaration" ||
+                 type == "variable_declarator") {
+        for (TSNode child : named_children(node))
+          pending.push_back(child);
+      }
+    }
+  }
+
+  void bind_value(const std::string& name, int in_scope, int owner, std::vector<TypeHint> hints,
+                  bool constant, TSNode node) {
+    if (name.empty()) return;
+    if (in_scope != MODULE_SCOPE || scope(in_scope).bindings.contains(name)) {
+      Binding value;
+      value.hints = std::move(hints);
+      value.definition = owner;
+      bind(in_scope, name, std::move(value));
+      return;
+    }
+    const int id =
+        define(in_scope, name, constant ? symbol_kind::CONSTANT : symbol_kind::VARIABLE, node);
+    definition(id).hints = std::move(hints);
+  }
+
+  // The specifier of `require("...")` when `value` is such a call with a constant string.
+  std::optional<std::string> required_module(TSNode value) {
+    if (ts_node_is_null(value) || type_of(value) != "call_expression") return std::nullopt;
+    const TSNode callee = field(value, "function");
+    if (ts_node_is_null(callee) || type_of(callee) != "identifier" || raw_text(callee) != "require")
+      return std::nullopt;
+    const TSNode arguments = field(value, "arguments");
+    const TSNode first = ts_node_is_null(arguments) ? TSNode{} : ts_node_named_child(arguments, 0);
+    if (ts_node_is_null(first) || type_of(first) != "string") return std::nullopt;
+    return string_value(first);
+  }
+
+  // `const x = require("./m")` binds x to m's `module.exports` value, or m itself;
+  // `const {a, b: c} = require("./m")` binds a and c to m's exports a and b.
+  void bind_required(const Frame& frame, TSNode name, const std::string& specifier) {
+    const std::string module = modules_.module_for(m_.path, specifier);
+    import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(name));
+    if (type_of(name) == "identifier") {
+      bind_import(frame, text(name),
+                  {Binding::Kind::module, -1, module, std::string(DEFAULT_EXPORT), {}}, name);
+      return;
+    }
+    if (type_of(name) != "object_pattern") return;
+    for (TSNode item : named_children(name)) {
+      if (type_of(item) == "shorthand_property_identifier_pattern") {
+        bind_import(frame, text(item), {Binding::Kind::imported_name, -1, module, text(item), {}},
+                    item);
+      } else if (type_of(item) == "pair_pattern" && type_of(field(item, "value")) == "identifier") {
+        bind_import(frame, text(field(item, "value")),
+                    {Binding::Kind::imported_name, -1, module, member_name(field(item, "key")), {}},
+                    item);
+      }
+    }
+  }
+
+  void visit_call(const Frame& frame) {
+    const TSNode callee = field(frame.node, "function");
+    const std::string_view callee_type = ts_node_is_null(callee) ? "" : type_of(callee);
+    if (callee_type == "import" || (callee_type == "identifier" && raw_text(callee) == "require")) {
+      // `import("./m")` and a `require("./m")` whose value is not bound to a name.
+      const TSNode arguments = field(frame.node, "arguments");
+      const TSNode first =
+          ts_node_is_null(arguments) ? TSNode{} : ts_node_named_child(arguments, 0);
+      if (!ts_node_is_null(first) && type_of(first) == "string") {
+        import_use(
+            frame,
+            {Binding::Kind::module, -1, modules_.module_for(m_.path, string_value(first)), {}, {}},
+            line_of(frame.node));
+        return;
+      }
+    }
+    use_chain(frame, frame.node, UseKind::call);
+  }
+
+  void visit_import(const Frame& frame) {
+    const TSNode source = field(frame.node, "source");
+    const bool type_only = has_token(frame.node, "type");
+    const UseKind kind = type_only ? UseKind::type : UseKind::import;
+    std::string module;
+    if (!ts_node_is_null(source)) module = modules_.module_for(m_.path, string_value(source));
+    bool bound = false;
+    for (TSNode child : named_children(frame.node)) {
+      const std::string_view type = type_of(child);
+      if (type == "import_require_clause") {
+        // `import x = require("./m")`
+        const std::string required =
+            modules_.module_for(m_.path, string_value(field(child, "source")));
+        const Binding binding{Binding::Kind::module, -1, required, std::string(DEFAULT_EXPORT), {}};
+        import_use(frame, {Binding::Kind::module, -1, required, {}, {}}, line_of(child));
+        bind_import(frame, text(ts_node_named_child(child, 0)), binding, child);
+        bound = true;
+      }
+      if (type != "import_clause") continue;
+      for (TSNode part : named_children(child)) {
+        const std::string_view part_type = type_of(part);
+        if (part_type == "identifier") {
+          // A default import: the module's "default", or for a CommonJS module its value.
+          const Binding binding{Binding::Kind::module, -1, module, std::string(DEFAULT_EXPORT), {}};
+          import_use(frame, binding, line_of(part), kind);
+          bind_import(frame, text(part), binding, part);
+        } else if (part_type == "namespace_import") {
+          const Binding binding{Binding::Kind::module, -1, module, {}, {}};
+          import_use(frame, binding, line_of(part), kind);
+          bind_import(frame, text(ts_node_named_child(part, 0)), binding, part);
+        } else if (part_type == "named_imports") {
+          for (TSNode specifier : named_children(part)) {
+            if (type_of(specifier) != "import_specifier") continue;
+            const TSNode name = field(specifier, "name");
+            const TSNode alias = field(specifier, "alias");
+            const std::string imported = member_name(name);
+            const Binding binding{Binding::Kind::imported_name, -1, module, imported, {}};
+            import_use(frame, binding, line_of(specifier),
+                       type_only || has_token(specifier, "type") ? UseKind::type : UseKind::import);
+            bind_import(frame, ts_node_is_null(alias) ? imported : text(alias), binding, specifier);
+          }
+        }
+        bound = true;
+      }
+    }
+    if (!bound && !module.empty()) {
+      import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(frame.node));
+    }
+  }
+
+  void visit_export(const Frame& frame) {
+    const TSNode declaration = field(frame.node, "declaration");
+    const TSNode value = field(frame.node, "value");
+    const TSNode source = field(frame.node, "source");
+    const bool is_default = has_token(frame.node, "default");
+    if (!ts_node_is_null(declaration)) {
+      const std::size_t before = m_.definitions.size();
+      visit({declaration, frame.scope, frame.owner, frame.type_mode});
+      std::vector<std::string> names;
+      for (std::size_t d = before; d < m_.definitions.size(); ++d) {
+        // The declaration's own names, not those of what it encloses (bound elsewhere).
+        const std::string& name = m_.definitions[d].name;
+        auto it = scope(frame.scope).bindings.find(name);
+        if (it != scope(frame.scope).bindings.end() && it->second.definition == static_cast<int>(d))
+          names.push_back(name);
+      }
+      for (const std::string& name : names) {
+        if (is_default && name != DEFAULT_EXPORT) {
+          alias_export(std::string(DEFAULT_EXPORT), m_.module, name, frame.node);
+        } else {
+          exports_.push_back(name);
+        }
+      }
+      return;
+    }
+    if (!ts_node_is_null(value)) {
+      export_value(frame, value, std::string(DEFAULT_EXPORT));
+      return;
+    }
+    const std::string module =
+        ts_node_is_null(source) ? m_.module : modules_.module_for(m_.path, string_value(source));
+    bool listed = false;
+    for (TSNode child : named_children(frame.node)) {
+      const std::string_view type = type_of(child);
+      if (type == "export_clause") {
+        listed = true;
+        for (TSNode specifier : named_children(child)) {
+          if (type_of(specifier) != "export_specifier") continue;
+          const std::string name = member_name(field(specifier, "name"));
+          const TSNode alias = field(specifier, "alias");
+          const std::string exported = ts_node_is_null(alias) ? name : member_name(alias);
+          if (!ts_node_is_null(source)) {
+            import_use(frame, {Binding::Kind::imported_name, -1, module, name, {}},
+                       line_of(specifier));
+          }
+          alias_export(exported, module, name, specifier);
+        }
+      } else if (type == "namespace_export") {
+        // `export * as ns from "./m"`
+        listed = true;
+        const std::string name = member_name(ts_node_named_child(child, 0));
+        import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(child));
+        if (name.empty()) continue;
+        exports_.push_back(name);
+        Definition made;
+        made.name = name;
+        made.kind = std::string(symbol_kind::IMPORT);
+        made.fqn = m_.module + "." + name;
+        made.start_line = line_of(child);
+        made.end_line = end_line_of(child);
+        made.import = Binding{Binding::Kind::module, -1, module, {}, {}};
+        add_definition(std::move(made));
+      } else if (type == "identifier" && ts_node_is_null(source)) {
+        // TypeScript's `export = value`.
+        listed = true;
+        alias_export(std::string(DEFAULT_EXPORT), m_.module, text(child), frame.node);
+      }
+    }
+    if (!listed && !ts_node_is_null(source)) {
+      // `export * from "./m"`: m's exports are this module's.
+      m_.star_imports.push_back(module);
+      import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(frame.node));
+    }
+  }
+
+  // The module exports `value` as `name` (a default export, `module.exports = value`,
+  // `exports.name = value`): a function or class is defined under its own name (or `name`
+  // when it has none), a name of the module is aliased, anything else is a variable.
+  void export_value(const Frame& frame, TSNode value, const std::string& name) {
+    const std::string_view type = type_of(value);
+    if (type == "identifier") {
+      alias_export(name, m_.module, text(value), value);
+      return;
+    }
+    if (is_function_value(type) || is_class_value(type)) {
+      std::string own = text(field(value, "name"));
+      if (own.empty()) own = name;
+      if (is_class_value(type)) {
+        define_class(frame, own, value, value);
+      } else {
+        define_function(frame, own, value, value);
+      }
+      alias_export(name, m_.module, own, value);
+      return;
+    }
+    if (!scope(frame.scope).bindings.contains(name)) {
+      const int id = define(frame.scope, name, symbol_kind::VARIABLE, value);
+      definition(id).hints = value_hints(value, frame.scope);
+    }
+    exports_.push_back(name);
+    push(value, frame.scope, frame.owner);
+  }
+
+  void visit_assignment(const Frame& frame) {
+    const TSNode left = field(frame.node, "left");
+    const TSNode right = field(frame.node, "right");
+    const auto chain = chain_of(left);
+    const bool module_level = frame.scope == MODULE_SCOPE;
+    if (chain && module_level && exports_object(*chain)) {
+      if (chain->size() == 2 && chain->front() == MODULE_OBJECT) {
+        export_module_object(frame, right);
+      } else {
+        export_value(frame, right, chain->back());
+      }
+      return;
+    }
+    std::vector<TypeHint> hints = value_hints(right, frame.scope);
+    if (chain && chain->size() == 1) {
+      hint_name(frame.scope, chain->front(), std::move(hints));
+    } else if (chain && chain->size() == 2 && chain->front() == "this") {
+      const int cls = scope(frame.scope).method_of >= 0 ? scope(frame.scope).method_of
+                                                        : enclosing_class(frame.scope);
+      if (cls >= 0) add_hints(definition(cls).attributes[chain->back()], std::move(hints));
+    }
+    if (!chain || chain->size() > 1) push(left, frame.scope, frame.owner);
+    push(right, frame.scope, frame.owner);
+  }
+
+  // The class whose method `in_scope` is, or is nested in (an arrow function in a method).
+  int enclosing_class(int in_scope) {
+    for (int s = in_scope; s >= 0; s = scope(s).parent) {
+      if (scope(s).kind == Scope::Kind::function) return scope(s).method_of;
+    }
+    return -1;
+  }
+
+  // Whether `chain` assigns to the module's exports: `module.exports`, `module.exports.x`,
+  // `exports.x` (unless the file binds those names itself).
+  bool exports_object(const std::vector<std::string>& chain) {
+    const auto& bindings = scope(MODULE_SCOPE).bindings;
+    if (chain.front() == MODULE_OBJECT && chain.size() >= 2 && chain[1] == EXPORTS_OBJECT &&
+        chain.size() <= 3) {
+      return !bindings.contains(std::string(MODULE_OBJECT));
+    }
+    return chain.front() == EXPORTS_OBJECT && chain.size() == 2 &&
+           !bindings.contains(std::string(EXPORTS_OBJECT));
+  }
+
+  // `module.exports = value`: an object literal exports each of its properties, anything
+  // else is the module's value (its "default").
+  void export_module_object(const Frame& frame, TSNode value) {
+    if (type_of(value) != "object") {
+      export_value(frame, value, std::string(DEFAULT_EXPORT));
+      return;
+    }
+    for (TSNode property : named_children(value)) {
+      const std::string_view type = type_of(property);
+      if (type == "shorthand_property_identifier") {
+        alias_export(text(property), m_.module, text(property), property);
+      } else if (type == "pair") {
+        const std::string name = member_name(field(property, "key"));
+        if (name.empty()) {
+          push(property, frame.scope, frame.owner);
+        } else {
+          export_value(frame, field(property, "value"), name);
+        }
+      } else if (type == "method_definition") {
+        const std::string name = member_name(field(property, "name"));
+        if (name.empty()) {
+          push(property, frame.scope, frame.owner);
+          continue;
+        }
+        define_function(frame, name, property, property);
+        exports_.push_back(name);
+      } else {
+        push(property, frame.scope, frame.owner);
+      }
+    }
+  }
+
+  // Adds `hints` to the value a name bound in `in_scope` (or a scope around it) has.
+  void hint_name(int in_scope, const std::string& name, std::vector<TypeHint> hints) {
+    if (hints.empty()) return;
+    for (int s = in_scope; s >= 0; s = scope(s).parent) {
+      auto it = scope(s).bindings.find(name);
+      if (it == scope(s).bindings.end()) continue;
+      Binding& binding = it->second;
+      if (binding.kind == Binding::Kind::value) {
+        add_hints(binding.hints, std::move(hints));
+      } else if (binding.kind == Binding::Kind::definition) {
+        Definition& variable = definition(binding.definition);
+        if (variable.kind == symbol_kind::VARIABLE || variable.kind == symbol_kind::CONSTANT)
+          add_hints(variable.hints, std::move(hints));
+      }
+      return;
+    }
+  }
+
+  // The type hints an expression's value gives: a call or `new`, a name or member chain,
+  // either side of `a || b`, `a ?? b` and `c ? a : b`, the awaited value, `x as C`.
+  std::vector<TypeHint> value_hints(TSNode expression, int in_scope) {
+    std::vector<TypeHint> hints;
+    std::vector<TSNode> pending{expression};
+    while (!pending.empty() && hints.size() < MAX_TYPE_HINTS) {
+      const TSNode node = pending.back();
+      pending.pop_back();
+      if (ts_node_is_null(node)) continue;
+      const std::string_view type = type_of(node);
+      if (is_builtin_literal(type)) {
+        hints.push_back({TypeHint::Kind::name, {std::string(BUILTIN_VALUE)}, in_scope});
+      } else if (type == "call_expression" || type == "new_expression" || type == "identifier" ||
+                 type == "member_expression" || type == "this") {
+        ChainWalk walk = walk_chain(node);
+        if (walk.names.front() == UNKNOWN_VALUE || walk.names.front().empty() ||
+            walk.names.size() > MAX_CHAIN_LENGTH) {
+          continue;
+        }
+        if (walk.names.back() == CALL_RESULT) {
+          walk.names.pop_back();
+          hints.push_back({TypeHint::Kind::call, std::move(walk.names), in_scope});
+        } else {
+          hints.push_back({TypeHint::Kind::name, std::move(walk.names), in_scope});
+        }
+      } else if (type == "as_expression" || type == "satisfies_expression") {
+        const std::vector<TSNode> children = named_children(node);
+        if (children.size() == 2) {
+          for (TypeHint& hint : annotation_hints(children[1], in_scope))
+            hints.push_back(std::move(hint));
+        }
+      } else if (type == "binary_expression" || type == "ternary_expression" ||
+                 type == "parenthesized_expression" || type == "await_expression" ||
+                 type == "non_null_expression") {
+        if (type == "binary_expression") {
+          const std::string_view op = raw_text(field(node, "operator"));
+          if (op != "||" && op != "??" && op != "&&") continue;
+        }
+        const std::vector<TSNode> children = named_children(node);
+        for (std::size_t i = children.size(); i-- > 0;) {
+          if (type == "ternary_expression" && i == 0) continue;  // the condition
+          pending.push_back(children[i]);
+        }
+      }
+    }
+    return hints;
+  }
+
+  std::vector<Argument> argument_hints(TSNode arguments, int in_scope) {
+    std::vector<Argument> hints;
+    if (ts_node_is_null(arguments) || type_of(arguments) != "arguments") return hints;
+    int position = 0;
+    for (TSNode argument : named_children(arguments)) {
+      if (hints.size() >= MAX_ARGUMENT_HINTS || type_of(argument) == "spread_element") break;
+      const int at = position++;
+      const std::string_view type = type_of(argument);
+      if (type != "identifier" && type != "member_expression" && type != "call_expression" &&
+          type != "new_expression" && type != "this" && !is_builtin_literal(type)) {
+        continue;
+      }
+      for (TypeHint& hint : value_hints(argument, in_scope))
+        hints.push_back({at, {}, std::move(hint)});
+    }
+    return hints;
+  }
+
+  // The classes a type annotation names: `C`, `ns.C`, `C | null`, `C<T>`, `(C)`.
+  std::vector<TypeHint> annotation_hints(TSNode annotation, int in_scope) {
+    std::vector<TypeHint> hints;
+    std::vector<TSNode> pending{annotation};
+    while (!pending.empty() && hints.size() < MAX_TYPE_HINTS) {
+      const TSNode node = pending.back();
+      pending.pop_back();
+      if (ts_node_is_null(node)) continue;
+      const std::string_view type = type_of(node);
+      if (type == "type_identifier" || type == "nested_type_identifier") {
+        if (auto chain = chain_of(node))
+          hints.push_back({TypeHint::Kind::annotation, std::move(*chain), in_scope});
+      } else if (type == "generic_type") {
+        pending.push_back(field(node, "name"));
+      } else if (type == "type_annotation" || type == "union_type" ||
+                 type == "parenthesized_type") {
+        const std::vector<TSNode> children = named_children(node);
+        for (auto it = children.rbegin(); it != children.rend(); ++it)
+          pending.push_back(*it);
+      }
+    }
+    return hints;
+  }
+
+  static void add_hints(std::vector<TypeHint>& to, std::vector<TypeHint> from) {
+    for (TypeHint& hint : from) {
+      if (to.size() >= MAX_TYPE_HINTS) return;
+      if (std::find(to.begin(), to.end(), hint) == to.end()) to.push_back(std::move(hint));
+    }
+  }
+
+  // Whether `name` is bound in `in_scope` or a scope around it that code there sees (a
+  // class body's names are members, seen only from the body itself).
+  bool is_bound(int in_scope, const std::string& name) const {
+    for (int s = in_scope; s >= 0; s = m_.scopes[static_cast<std::size_t>(s)].parent) {
+      const Scope& here = m_.scopes[static_cast<std::size_t>(s)];
+      if (s != in_scope && here.kind == Scope::Kind::class_body) continue;
+      if (here.bindings.contains(name)) return true;
+    }
+    return false;
+  }
+
+  void finish() {
+    // Names no scope binds are the runtime's globals: nothing of the repository.
+    std::erase_if(m_.uses, [&](const Use& u) {
+      if (u.imported || u.chain.empty()) return false;
+      const std::string& head = u.chain.front();
+      if (head.empty() || head == UNKNOWN_VALUE || head == BUILTIN_VALUE) return false;
+      return !is_bound(u.scope, head);
+    });
+    for (auto& use : m_.uses) {
+      // A call's argument that names a global tells nothing either.
+      std::erase_if(use.arguments, [&](const Argument& a) {
+        const auto& chain = a.hint.chain;
+        return !chain.empty() && chain.front() != BUILTIN_VALUE &&
+               !is_bound(a.hint.scope, chain.front());
+      });
+    }
+    std::sort(exports_.begin(), exports_.end());
+    exports_.erase(std::unique(exports_.begin(), exports_.end()), exports_.end());
+    m_.exports = std::move(exports_);
+  }
+
+  FileModel& m_;
+  std::string_view src_;
+  TSNode root_;
+  const ScriptModules& modules_;
+  TSTreeCursor cursor_;
+  std::vector<Frame> stack_;
+  std::vector<std::string> exports_;
+};
+
+const TSLanguage* language_of(ScriptDialect dialect) {
+  switch (dialect) {
+    case ScriptDialect::javascript:
+      return tree_sitter_javascript();
+    case ScriptDialect::typescript:
+      return tree_sitter_typescript();
+    case ScriptDialect::tsx:
+      return tree_sitter_tsx();
+  }
+  return tree_sitter_javascript();
+}
+
+}  // namespace
+
+ScriptParser::ScriptParser(const ScriptModules& modules)
+    : modules_(modules), parser_(ts_parser_new()) {
+  for (ScriptDialect dialect :
+       {ScriptDialect::javascript, ScriptDialect::typescript, ScriptDialect::tsx}) {
+    if (!ts_parser_set_language(parser_, language_of(dialect))) {
+      ts_parser_delete(parser_);
+      throw std::runtime_error(
+          "the JavaScript and TypeScript grammars do not fit this tree-sitter library");
+    }
+  }
+}
+
+ScriptParser::~ScriptParser() {
+  ts_parser_delete(parser_);
+}
+
+FileModel ScriptParser::parse(const std::string& path, std::string_view source) {
+  FileModel model;
+  model.path = path;
+  model.module = modules_.module_of(path);
+  if (!is_valid_utf8(source)) {
+    model.warnings.push_back(path + ": not valid UTF-8; indexed what could be read");
+  }
+  std::string name = model.module.substr(model.module.rfind('/') + 1);
+  model.definitions.push_back(
+      {name, std::string(symbol_kind::MODULE), model.module, 1, 1, std::nullopt, false, {}, -1});
+  model.definitions.push_back({"<toplevel>",
+                               std::string(TOPLEVEL_KIND),
+                               model.module + ".<toplevel>",
+                               1,
+                               1,
+                               std::nullopt,
+                               false,
+                               {},
+                               -1});
+  model.scopes.push_back({Scope::Kind::module, -1, TOPLEVEL_DEFINITION, -1, model.module, {}, {}});
+
+  ts_parser_set_language(parser_,
+                         language_of(script_dialect_of(path).value_or(ScriptDialect::javascript)));
+  TSTree* tree = ts_parser_parse_string(parser_, nullptr, source.data(),
+                                        static_cast<std::uint32_t>(source.size()));
+  if (tree == nullptr) {
+    model.warnings.push_back(path + ": could not be parsed");
+    return model;
+  }
+  const TSNode root = ts_tree_root_node(tree);
+  const std::int64_t lines = end_line_of(root);
+  model.definitions[MODULE_DEFINITION].end_line = lines;
+  model.definitions[TOPLEVEL_DEFINITION].end_line = lines;
+  if (ts_node_has_error(root)) {
+    model.warnings.push_back(path + ":" + std::to_string(first_error_line(root)) +
+                             ": syntax errors; indexed what could be read");
+  }
+  ScriptBuilder(model, source, root, modules_).build();
+  ts_tree_delete(tree);
+  if (is_declaration_file(path)) {
+    // A declaration file describes code built elsewhere: never reported.
+    for (Definition& made : model.definitions)
+      made.is_export = true;
+  }
+  return model;
+}
+
+}  // namespace quarry::indexer

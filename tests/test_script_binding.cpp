@@ -1,0 +1,192 @@
+// Fixture projects in JavaScript and TypeScript, one per module system, with the edges each
+// must give and the dead-code verdicts that follow from them; and the resolution of import
+// specifiers to files.
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "indexer/script_entry_points.h"
+#include "indexer/script_modules.h"
+#include "storage/repository.h"
+#include "test_index.h"
+
+namespace quarry {
+namespace {
+
+using indexer::ScriptModules;
+
+TEST(ScriptModules, SpecifiersResolveAsNodeAndTypeScriptInferThem) {
+  const ScriptModules modules({"src/a.ts", "src/b.js", "src/b.ts", "src/c/index.tsx", "src/d.js",
+                               "src/e.d.ts", "lib/f.mts", "top.js"},
+                              {});
+  const struct {
+    std::string importer;
+    std::string specifier;
+    std::optional<std::string> file;
+  } cases[] = {
+      {"src/x.ts", "./a", "src/a.ts"},                 // extension inferred
+      {"src/x.ts", "./a.js", "src/a.ts"},              // written for the built file
+      {"src/x.ts", "./b.js", "src/b.ts"},              // the source beside its output wins
+      {"src/x.ts", "./b", "src/b.ts"},                 // TypeScript before JavaScript
+      {"src/x.ts", "./c", "src/c/index.tsx"},          // a directory's index
+      {"src/x.ts", "./d.js", "src/d.js"},              // no source: the file itself
+      {"src/x.ts", "./e", "src/e.d.ts"},               // declarations last
+      {"src/x/y.ts", "../../lib/f.mjs", "lib/f.mts"},  // climbing, .mjs for .mts
+      {"src/x.ts", "../top", "top.js"},
+      {"src/x.ts", "../../outside", std::nullopt},  // above the root
+      {"src/x.ts", "react", std::nullopt},          // a package
+      {"src/x.ts", "./missing", std::nullopt},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(modules.resolve(c.importer, c.specifier), c.file) << c.importer << " " << c.specifier;
+  }
+  // Module names: the path without its extension, unless another file has that name.
+  EXPECT_EQ(modules.module_of("src/a.ts"), "src/a");
+  EXPECT_EQ(modules.module_of("src/b.js"), "src/b");
+  EXPECT_EQ(modules.module_of("src/b.ts"), "src/b.ts");
+  EXPECT_EQ(modules.module_for("src/x.ts", "react"), "npm:react");
+  const ScriptModules beside_python({"tool.js"}, {"tool"});
+  EXPECT_EQ(beside_python.module_of("tool.js"), "tool.js");
+}
+
+TEST(ScriptEntryPoints, PackageFilesNameTheirEntries) {
+  std::vector<std::string> warnings;
+  const auto entries = indexer::read_package_entries(
+      "package.json",
+      R"({"main": "./dist/index.js", "module": "esm/index.mjs", "types": "index.d.ts",
+          "bin": {"tool": "bin/tool.js"},
+          "exports": {".": {"import": "./esm/index.mjs", "require": "./cjs/index.cjs"},
+                      "./utils/*": "./src/utils/*.js"},
+          "scripts": {"build": "node scripts/build.mjs --fast && tsc", "lint": "eslint ."}})",
+      warnings);
+  EXPECT_EQ(entries, (std::vector<std::string>{"./dist/index.js", "esm/index.mjs", "index.d.ts",
+                                               "bin/tool.js", "./esm/index.mjs", "./cjs/index.cjs",
+                                               "scripts/build.mjs"}));
+  EXPECT_TRUE(warnings.empty());
+  EXPECT_TRUE(indexer::read_package_entries("p/package.json", "{", warnings).empty());
+  EXPECT_EQ(
+      warnings,
+      (std::vector<std::string>{"p/package.json: not valid JSON; its entry points are not read"}));
+  for (const char* config :
+       {"vite.config.ts", "app/jest.config.js", ".eslintrc.cjs", "gulpfile.js"})
+    EXPECT_TRUE(indexer::is_tool_config(config)) << config;
+  for (const char* other : {"src/config.ts", "config.json", "src/configure.js"})
+    EXPECT_FALSE(indexer::is_tool_config(other)) << other;
+}
+
+TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
+  const std::vector<testing::BindingCase> families = {
+      {"ES modules: named, default, namespace and re-exported imports; unused exports",
+       {{"package.json", R"({"name": "esm", "main": "src/index.js"})"},
+        {"src/index.js",
+         "import { parse as read } from './parse.js';\n"
+         "import render from './render';\n"
+         "import * as util from './util/index.js';\n"
+         "export { format } from './format';\n"
+         "export * from './extra';\n"
+         "export function main(text) {\n"
+         "  return render(read(text), util.clean(text));\n"
+         "}\n"},
+        {"src/parse.js",
+         "export function parse(t) { return t; }\nexport function unusedParse() {}\n"},
+        {"src/render.js", "export default function render(x) { return x; }\n"},
+        {"src/util/index.js",
+         "export const clean = (t) => t.trim();\nexport function helper() {}\n"},
+        {"src/format.js", "export function format() {}\n"},
+        {"src/extra.js", "export function extra() {}\nfunction hidden() {}\n"}},
+       {{"src/index.main", "src/parse.parse", "call", "import"},
+        {"src/index.main", "src/render.render", "call", "import"},
+        {"src/index.main", "src/util/index.clean", "call", "import"},
+        {"src/index.<toplevel>", "src/format.format", "import", "import"},
+        {"src/index.<toplevel>", "src/extra", "import", "import"}},
+       {},
+       {{"src/index.main", ""},     // the package's entry exports it
+        {"src/format.format", ""},  // re-exported from the entry
+        {"src/extra.extra", ""},    // exported through `export *` of the entry
+        {"src/extra.hidden", "certain"},
+        {"src/parse.unusedParse", "certain"},
+        {"src/util/index.helper", "certain"}}},
+      {"CommonJS: require of a module, of its exports and of its module.exports value",
+       {{"lib/cli.js",
+         "const path = require('path');\n"
+         "const store = require('./store');\n"
+         "const { slugify } = require('./text');\n"
+         "const Runner = require('./runner');\n"
+         "new Runner().run(slugify(path.join('a')), store.load());\n"},
+        {"lib/store.js",
+         "function load() { return 1; }\nfunction save() {}\nmodule.exports = { load, save };\n"},
+        {"lib/text.js",
+         "exports.slugify = function (s) { return s; };\nexports.unused = (s) => s;\n"},
+        {"lib/runner.js",
+         "class Runner {\n  run() { return this.step(); }\n  step() {}\n  idle() {}\n}\n"
+         "module.exports = Runner;\n"}},
+       {{"lib/cli.<toplevel>", "lib/store.load", "call", "import"},
+        {"lib/cli.<toplevel>", "lib/text.slugify", "call", "import"},
+        {"lib/cli.<toplevel>", "lib/runner.Runner", "call", "import"},
+        {"lib/cli.<toplevel>", "lib/runner.Runner.run", "call", "exact"},
+        {"lib/runner.Runner.run", "lib/runner.Runner.step", "call", "exact"}},
+       {},
+       {{"lib/store.save", "certain"},
+        {"lib/text.unused", "certain"},
+        {"lib/runner.Runner.idle", "certain"},
+        {"lib/runner.Runner.step", ""}}},
+      {"TypeScript: receivers typed by annotations, parameter properties, new and return types",
+       {{"src/repo.ts",
+         "export interface Store { get(id: string): Item; }\n"
+         "export type Item = { id: string };\n"
+         "export class Repo implements Store {\n"
+         "  get(id: string): Item { return { id }; }\n"
+         "  drop(): void {}\n"
+         "}\n"
+         "export class Cache { get(id: string) { return id; } }\n"
+         "export function makeRepo(): Repo { return new Repo(); }\n"},
+        {"src/service.ts",
+         "import { Repo, makeRepo } from './repo';\n"
+         "import type { Item } from './repo';\n"
+         "export class Service {\n"
+         "  private other = makeRepo();\n"
+         "  constructor(private readonly repo: Repo) {}\n"
+         "  find(id: string): Item { this.other.drop(); return this.repo.get(id); }\n"
+         "}\n"
+         "export function run(s: Service) { return s.find('x'); }\n"
+         "run(new Service(new Repo()));\n"}},
+       {{"src/service.Service.find", "src/repo.Repo.get", "call", "exact"},
+        {"src/service.Service.find", "src/repo.Repo.drop", "call", "exact"},
+        {"src/service.run", "src/service.Service.find", "call", "exact"},
+        {"src/service.Service.find", "src/repo.Item", "type", "import"},
+        {"src/service.<toplevel>", "src/repo.Item", "type", "import"},
+        {"src/repo.Repo", "src/repo.Store", "implements", "local"}},
+       {{"src/service.Service.find", "src/repo.Cache.get", "call", "ambiguous"}},
+       {{"src/repo.Cache", "certain"}, {"src/repo.Repo.get", ""}, {"src/service.Service", ""}}},
+      {"JSX: components used as elements, host elements ignored, globals unbound",
+       {{"src/App.jsx",
+         "import { Button } from './Button';\n"
+         "import * as Icons from './icons';\n"
+         "export function App() {\n"
+         "  console.log(window.location);\n"
+         "  return <div><Button label='x' /><Icons.Star /></div>;\n"
+         "}\n"
+         "App();\n"},
+        {"src/Button.jsx", "export const Button = (props) => <button>{props.label}</button>;\n"},
+        {"src/icons.jsx", "export function Star() { return null; }\nexport function Moon() {}\n"}},
+       {{"src/App.App", "src/Button.Button", "reference", "import"},
+        {"src/App.App", "src/icons.Star", "reference", "import"}},
+       {},
+       {{"src/icons.Moon", "certain"}, {"src/Button.Button", ""}}},
+  };
+  for (const auto& family : families)
+    testing::check_binding(family);
+}
+
+TEST(ScriptBinding, UnboundNamesAreGlobalsNotPendingReferences) {
+  testing::TempTree tree(testing::SourceTree{
+      {"a.ts", "console.log(process.argv);\nfetch('x').then(r => r.json());\n"}});
+  tree.index();
+  Repository repo(tree.db());
+  EXPECT_TRUE(testing::pending_of(repo).empty());
+}
+
+}  // namespace
+}  // namespace quarry
