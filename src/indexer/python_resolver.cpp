@@ -232,6 +232,8 @@ struct PythonResolver::Value {
   };
   Kind kind = Kind::external;
   std::vector<std::int64_t> ids;
+  // The module, for a module; for symbols, a module whose exports their attributes are
+  // first (a script module's value and the properties set on it), if any.
   std::string module;
 };
 
@@ -400,9 +402,8 @@ void PythonResolver::linearize(std::int64_t cls) {
     }
     stack.pop_back();
     // Every base is done unless the hierarchy has a cycle through `current`.
-    const bool consistent_bases = std::all_of(direct.begin(), direct.end(), [&](std::int64_t base) {
-      return mro_.contains(base);
-    });
+    const bool consistent_bases = std::all_of(
+        direct.begin(), direct.end(), [&](std::int64_t base) { return mro_.contains(base); });
     if (consistent_bases && direct.size() == 1) {
       // One base: the merge gives the base's own order, which is kept by reference.
       mro_.emplace(current, ResolutionOrder{{current}, direct.front()});
@@ -433,7 +434,6 @@ void PythonResolver::linearize(std::int64_t cls) {
     mro_.emplace(current, ResolutionOrder{std::move(order), std::nullopt});
   }
 }
-
 
 std::size_t PythonResolver::file_of(std::int64_t id) const {
   return where_[static_cast<std::size_t>(id - first_id_)].first;
@@ -537,7 +537,12 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
       // export when the module has it, else for the module itself.
       if (binding.kind == Binding::Kind::module && !binding.name.empty()) {
         Value named = resolve_from(binding.module, binding.name);
-        if (named.kind == Value::Kind::symbols) value = std::move(named);
+        if (named.kind == Value::Kind::symbols) {
+          // Its attributes are the module's exports first (`module.exports = f` and
+          // `module.exports.x = ...` make x an attribute of f).
+          named.module = binding.module;
+          value = std::move(named);
+        }
       }
       if (binding.also.empty()) return value;
       // Imported, with a fallback defined beside the import: the fallback too.
@@ -694,6 +699,10 @@ PythonResolver::Value PythonResolver::attribute(const Value& value, const std::s
     case Value::Kind::instance:
       return instance_attribute(value.ids, name, depth);
     case Value::Kind::symbols: {
+      if (!value.module.empty()) {
+        Value exported = resolve_from(value.module, name);
+        if (exported.kind == Value::Kind::symbols) return exported;
+      }
       const Value classes = instance_of(value);
       if (classes.kind == Value::Kind::instance) return member(classes.ids, name, false);
       // A variable or a property: the attribute of the value its hints give.
@@ -865,8 +874,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
     }
     const bool made_edges = links.edges.size() > edges_before;
     const bool outside_call =
-        value.kind == Value::Kind::external ||
-        (value.kind == Value::Kind::unknown && !made_edges);
+        value.kind == Value::Kind::external || (value.kind == Value::Kind::unknown && !made_edges);
     if (use.kind == UseKind::call && outside_call && !use.arguments.empty() &&
         !(use.chain.size() == 1 && is_python_builtin(use.chain.front()))) {
       handed_outside(file, use, links, handed);

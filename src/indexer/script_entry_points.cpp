@@ -44,9 +44,100 @@ void collect_script_words(std::string_view command, std::vector<std::string>& ou
   }
 }
 
-// Directories that hold what a build makes from src/.
-constexpr std::array<std::string_view, 6> OUTPUT_DIRECTORIES{"dist/", "lib/", "build/",
-                                                             "out/",  "esm/", "cjs/"};
+// Directories that hold what a build makes from src/, nested as builds nest them
+// (dist/cjs/index.js, lib/esm/index.js).
+constexpr std::array<std::string_view, 11> OUTPUT_DIRECTORIES{
+    "dist/", "lib/", "build/", "out/", "esm/", "es/", "cjs/", "esm5/", "types/", "umd/", "module/"};
+
+// `entry` without the output directories it starts with: "dist/cjs/index.js" gives
+// "index.js"; nothing when it starts with none.
+std::optional<std::string> source_path_of(std::string_view entry) {
+  bool stripped = false;
+  for (bool again = true; again;) {
+    again = false;
+    for (std::string_view output : OUTPUT_DIRECTORIES) {
+      if (entry.starts_with(output)) {
+        entry.remove_prefix(output.size());
+        stripped = again = true;
+      }
+    }
+  }
+  if (!stripped) return std::nullopt;
+  return std::string(entry);
+}
+
+// Marks what the entry modules make public: every name each exports, followed through
+// aliases and re-exports to the definitions they name in any module, the exports of the
+// modules they re-export whole, and the public members of each class so reached (a caller
+// outside the package may call any of them).
+class PublicMarker {
+ public:
+  PublicMarker(std::vector<FileModel>& models,
+               const std::unordered_map<std::string, std::size_t>& by_module)
+      : models_(models), by_module_(by_module) {}
+
+  void mark(std::deque<std::string> modules) {
+    std::set<std::string> seen_modules;
+    std::set<std::pair<std::string, std::string>> seen_names;
+    while (!modules.empty() || !names_.empty()) {
+      if (!modules.empty()) {
+        const std::string module = std::move(modules.front());
+        modules.pop_front();
+        FileModel* model = model_of(module);
+        if (model == nullptr || !seen_modules.insert(module).second) continue;
+        for (const std::string& name : model->exports)
+          names_.emplace_back(module, name);
+        modules.insert(modules.end(), model->star_imports.begin(), model->star_imports.end());
+        continue;
+      }
+      auto named = std::move(names_.front());
+      names_.pop_front();
+      FileModel* model = model_of(named.first);
+      if (model == nullptr || !seen_names.insert(named).second) continue;
+      const std::string fqn = named.first + "." + named.second;
+      for (Definition& made : model->definitions) {
+        if (made.fqn != fqn) continue;
+        made.is_export = true;
+        if (made.body_scope >= 0) mark_members(*model, made.body_scope);
+        if (!made.import) continue;
+        if (!made.import->name.empty()) {
+          names_.emplace_back(made.import->module, made.import->name);
+        } else {
+          modules.push_back(made.import->module);  // `export * as ns from "./m"`
+        }
+      }
+    }
+  }
+
+ private:
+  FileModel* model_of(const std::string& module) {
+    auto found = by_module_.find(module);
+    return found == by_module_.end() ? nullptr : &models_[found->second];
+  }
+
+  // The members of a class body that code outside the class may use: not `#private`, not
+  // marked private or protected, not named with a leading underscore.
+  void mark_members(FileModel& model, int body) {
+    for (const auto& [name, binding] : model.scopes[static_cast<std::size_t>(body)].bindings) {
+      if (binding.kind != Binding::Kind::definition || name.starts_with("_") ||
+          name.starts_with("#")) {
+        continue;
+      }
+      std::vector<int> ids{binding.definition};
+      ids.insert(ids.end(), binding.also.begin(), binding.also.end());
+      for (int id : ids) {
+        Definition& member = model.definitions[static_cast<std::size_t>(id)];
+        const std::string_view signature = member.signature ? *member.signature : "";
+        if (signature.starts_with("private ") || signature.starts_with("protected ")) continue;
+        member.is_export = true;
+      }
+    }
+  }
+
+  std::vector<FileModel>& models_;
+  const std::unordered_map<std::string, std::size_t>& by_module_;
+  std::deque<std::pair<std::string, std::string>> names_;
+};
 
 }  // namespace
 
@@ -108,39 +199,15 @@ std::vector<std::string> mark_script_entry_points(const std::filesystem::path& r
     for (std::string entry : read_package_entries(path, *source.text, warnings)) {
       if (entry.starts_with("./")) entry.erase(0, 2);
       std::optional<std::string> file = modules.resolve(path, "./" + entry);
-      for (std::string_view output : OUTPUT_DIRECTORIES) {
-        if (file || !entry.starts_with(output)) continue;
-        file = modules.resolve(path, "./src/" + entry.substr(output.size()));
+      if (const auto source = source_path_of(entry); !file && source) {
+        file = modules.resolve(path, "./src/" + *source);
+        if (!file) file = modules.resolve(path, "./" + *source);
       }
       if (file) pending.push_back(modules.module_of(*file));
     }
   }
 
-  std::set<std::string> seen;
-  while (!pending.empty()) {
-    const std::string module = std::move(pending.front());
-    pending.pop_front();
-    if (!seen.insert(module).second) continue;
-    auto found = by_module.find(module);
-    if (found == by_module.end()) continue;
-    FileModel& model = models[found->second];
-    // Each exported name, and the names of this module that it aliases.
-    std::deque<std::string> names(model.exports.begin(), model.exports.end());
-    std::set<std::string> marked;
-    while (!names.empty()) {
-      const std::string name = std::move(names.front());
-      names.pop_front();
-      if (!marked.insert(name).second) continue;
-      for (Definition& made : model.definitions) {
-        if (made.name != name || made.fqn != model.module + "." + name) continue;
-        made.is_export = true;
-        if (made.import && made.import->module == model.module && !made.import->name.empty())
-          names.push_back(made.import->name);
-      }
-    }
-    for (const std::string& star : model.star_imports)
-      pending.push_back(star);
-  }
+  PublicMarker(models, by_module).mark(pending);
   return warnings;
 }
 

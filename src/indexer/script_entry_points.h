@@ -31,8 +31,9 @@ bool is_tool_config(std::string_view path);
 // Marks as exported, in `models`, what the entry files of the repository's script packages
 // export: the files that the package.json files among `paths` (relative to `root`) name,
 // each looked up from its package's directory as an import of "./FILE" is (and, when the
-// file is built output that is not in the repository, under src/ instead of dist/, lib/,
-// build/, out/, esm/ or cjs/), and the tools' configuration files. The exports of an entry
+// file is built output that is not in the repository, under src/ or the package's
+// directory without the output directories it starts with: dist/cjs/index.js as
+// src/index.ts), and the tools' configuration files. The exports of an entry
 // file are followed through its aliases (`export default X`, `export {a as b}`) and its
 // `export * from` modules. A package.json that cannot be read (or is over `max_file_size`
 // bytes; 0: any size) or parsed is skipped with a warning. Returns the warnings.

@@ -215,13 +215,20 @@ class ScriptBuilder {
     if (name.empty()) return;
     exports_.push_back(name);
     if (module == m_.module && name == target) return;  // the definition itself
+    alias_import(name, {Binding::Kind::imported_name, -1, module, target, {}}, node);
+  }
+
+  // A symbol of kind import named `name` in the module scope that stands for what `binding`
+  // names, unbound in the file: an export the resolver follows as a re-export.
+  void alias_import(const std::string& name, const Binding& binding, TSNode node) {
+    exports_.push_back(name);
     Definition made;
     made.name = name;
     made.kind = std::string(symbol_kind::IMPORT);
     made.fqn = m_.module + "." + name;
     made.start_line = line_of(node);
     made.end_line = end_line_of(node);
-    made.import = Binding{Binding::Kind::imported_name, -1, module, target, {}};
+    made.import = binding;
     add_definition(std::move(made));
   }
 
@@ -332,6 +339,13 @@ class ScriptBuilder {
       const bool worth =
           called.front() != UNKNOWN_VALUE || (called.size() > 1 && called.back() != CALL_RESULT);
       const TSNode arguments = field(call, "arguments");
+      if (worth && called.size() >= 2 &&
+          (called.back() == "call" || called.back() == "apply" || called.back() == "bind")) {
+        // `f.call(...)` and `f.apply(...)` call f; `f.bind(...)` hands it on.
+        std::vector<std::string> function(called.begin(), called.end() - 1);
+        use(called.back() == "bind" ? UseKind::reference : UseKind::call, frame.scope, frame.owner,
+            std::move(function), line_of(call));
+      }
       if (worth) {
         use(UseKind::call, frame.scope, frame.owner, std::move(called), line_of(call));
         if (!m_.uses.empty()) m_.uses.back().arguments = argument_hints(arguments, frame.scope);
@@ -440,6 +454,11 @@ class ScriptBuilder {
       if (!children.empty()) push(children.front(), frame.scope, frame.owner);
       for (std::size_t i = 1; i < children.size(); ++i)
         push(children[i], frame.scope, frame.owner, true);
+    } else if (type == "ambient_declaration") {
+      // `declare ...` describes what is defined outside the file (a global, a module's
+      // types): what it declares is never dead here.
+      ambient_.emplace_back(line_of(frame.node), end_line_of(frame.node));
+      push_children(frame);
     } else if (type == "internal_module" || type == "module") {
       push(field(frame.node, "body"), frame.scope, frame.owner);
     } else if (type == "property_identifier" || type == "private_property_identifier" ||
@@ -747,7 +766,7 @@ class ScriptBuilder {
     const TSNode value = field(declarator, "value");
     const TSNode annotation = field(declarator, "type");
     if (ts_node_is_null(name)) return;
-    if (const auto module = required_module(value)) {
+    if (const auto module = required(value)) {
       bind_required(frame, name, *module);
       return;
     }
@@ -816,29 +835,49 @@ class ScriptBuilder {
     definition(id).hints = std::move(hints);
   }
 
-  // The specifier of `require("...")` when `value` is such a call with a constant string.
-  std::optional<std::string> required_module(TSNode value) {
-    if (ts_node_is_null(value) || type_of(value) != "call_expression") return std::nullopt;
+  // What `require("./m")` (the module's value) or `require("./m").name` (its export name)
+  // reads, when `value` is one with a constant string.
+  struct Required {
+    std::string specifier;
+    std::string member;  // empty for the module's value
+  };
+  std::optional<Required> required(TSNode value) {
+    if (ts_node_is_null(value)) return std::nullopt;
+    std::string member;
+    if (type_of(value) == "member_expression") {
+      member = text(field(value, "property"));
+      value = field(value, "object");
+      if (ts_node_is_null(value)) return std::nullopt;
+    }
+    if (type_of(value) != "call_expression") return std::nullopt;
     const TSNode callee = field(value, "function");
     if (ts_node_is_null(callee) || type_of(callee) != "identifier" || raw_text(callee) != "require")
       return std::nullopt;
     const TSNode arguments = field(value, "arguments");
     const TSNode first = ts_node_is_null(arguments) ? TSNode{} : ts_node_named_child(arguments, 0);
     if (ts_node_is_null(first) || type_of(first) != "string") return std::nullopt;
-    return string_value(first);
+    return Required{string_value(first), std::move(member)};
   }
 
-  // `const x = require("./m")` binds x to m's `module.exports` value, or m itself;
-  // `const {a, b: c} = require("./m")` binds a and c to m's exports a and b.
-  void bind_required(const Frame& frame, TSNode name, const std::string& specifier) {
-    const std::string module = modules_.module_for(m_.path, specifier);
-    import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(name));
+  // What a `require` gives: the module's export `member`, or its `module.exports` value
+  // (its "default") and otherwise the module itself.
+  Binding required_binding(const Required& what) const {
+    const std::string module = modules_.module_for(m_.path, what.specifier);
+    if (!what.member.empty()) return {Binding::Kind::imported_name, -1, module, what.member, {}};
+    return {Binding::Kind::module, -1, module, std::string(DEFAULT_EXPORT), {}};
+  }
+
+  // `const x = require("./m")` binds x to m's value, `const x = require("./m").a` to m's
+  // export a; `const {a, b: c} = require("./m")` binds a and c to m's exports a and b.
+  void bind_required(const Frame& frame, TSNode name, const Required& what) {
+    const Binding binding = required_binding(what);
+    const std::string& module = binding.module;
+    import_use(frame, binding, line_of(name));
     if (type_of(name) == "identifier") {
-      bind_import(frame, text(name),
-                  {Binding::Kind::module, -1, module, std::string(DEFAULT_EXPORT), {}}, name);
+      bind_import(frame, text(name), binding, name);
       return;
     }
-    if (type_of(name) != "object_pattern") return;
+    if (type_of(name) != "object_pattern" || !what.member.empty()) return;
     for (TSNode item : named_children(name)) {
       if (type_of(item) == "shorthand_property_identifier_pattern") {
         bind_import(frame, text(item), {Binding::Kind::imported_name, -1, module, text(item), {}},
@@ -972,16 +1011,7 @@ class ScriptBuilder {
         listed = true;
         const std::string name = member_name(ts_node_named_child(child, 0));
         import_use(frame, {Binding::Kind::module, -1, module, {}, {}}, line_of(child));
-        if (name.empty()) continue;
-        exports_.push_back(name);
-        Definition made;
-        made.name = name;
-        made.kind = std::string(symbol_kind::IMPORT);
-        made.fqn = m_.module + "." + name;
-        made.start_line = line_of(child);
-        made.end_line = end_line_of(child);
-        made.import = Binding{Binding::Kind::module, -1, module, {}, {}};
-        add_definition(std::move(made));
+        if (!name.empty()) alias_import(name, {Binding::Kind::module, -1, module, {}, {}}, child);
       } else if (type == "identifier" && ts_node_is_null(source)) {
         // TypeScript's `export = value`.
         listed = true;
@@ -1000,6 +1030,13 @@ class ScriptBuilder {
   // when it has none), a name of the module is aliased, anything else is a variable.
   void export_value(const Frame& frame, TSNode value, const std::string& name) {
     const std::string_view type = type_of(value);
+    if (const auto what = required(value)) {
+      // `exports.run = require("./run")`: the export is what that require gives.
+      const Binding binding = required_binding(*what);
+      import_use(frame, binding, line_of(value));
+      alias_import(name, binding, value);
+      return;
+    }
     if (type == "identifier") {
       alias_export(name, m_.module, text(value), value);
       return;
@@ -1242,6 +1279,11 @@ class ScriptBuilder {
                !is_bound(a.hint.scope, chain.front());
       });
     }
+    for (Definition& made : m_.definitions) {
+      for (const auto& [first, last] : ambient_) {
+        if (made.start_line >= first && made.start_line <= last) made.is_export = true;
+      }
+    }
     std::sort(exports_.begin(), exports_.end());
     exports_.erase(std::unique(exports_.begin(), exports_.end()), exports_.end());
     m_.exports = std::move(exports_);
@@ -1254,6 +1296,7 @@ class ScriptBuilder {
   TSTreeCursor cursor_;
   std::vector<Frame> stack_;
   std::vector<std::string> exports_;
+  std::vector<std::pair<std::int64_t, std::int64_t>> ambient_;  // lines of `declare` blocks
 };
 
 const TSLanguage* language_of(ScriptDialect dialect) {
