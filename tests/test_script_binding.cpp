@@ -3,10 +3,12 @@
 // specifiers to files.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "indexer/script_config.h"
 #include "indexer/script_entry_points.h"
 #include "indexer/script_modules.h"
 #include "storage/repository.h"
@@ -51,29 +53,94 @@ TEST(ScriptModules, SpecifiersResolveAsNodeAndTypeScriptInferThem) {
   EXPECT_EQ(beside_python.module_of("tool.js"), "tool.js");
 }
 
-TEST(ScriptEntryPoints, PackageFilesNameTheirEntries) {
+TEST(ScriptConfig, PackageAndTsconfigFilesAreRead) {
   std::vector<std::string> warnings;
-  const auto entries = indexer::read_package_entries(
-      "package.json",
-      R"({"main": "./dist/index.js", "module": "esm/index.mjs", "types": "index.d.ts",
-          "bin": {"tool": "bin/tool.js"},
+  const indexer::ScriptPackage package = indexer::read_package(
+      "packages/ui/package.json",
+      R"({"name": "@org/ui", "main": "./dist/index.js", "module": "esm/index.mjs",
+          "types": "index.d.ts", "bin": {"tool": "bin/tool.js"},
           "exports": {".": {"import": "./esm/index.mjs", "require": "./cjs/index.cjs"},
-                      "./utils/*": "./src/utils/*.js"},
+                      "./button": "./src/button.tsx", "./utils/*": "./src/utils/*.js"},
           "scripts": {"build": "node scripts/build.mjs --fast && tsc", "lint": "eslint ."}})",
       warnings);
-  EXPECT_EQ(entries, (std::vector<std::string>{"./dist/index.js", "esm/index.mjs", "index.d.ts",
-                                               "bin/tool.js", "./esm/index.mjs", "./cjs/index.cjs",
-                                               "scripts/build.mjs"}));
+  EXPECT_EQ(package.directory, "packages/ui");
+  EXPECT_EQ(package.name, "@org/ui");
+  EXPECT_EQ(package.entries,
+            (std::vector<std::string>{"./dist/index.js", "esm/index.mjs", "index.d.ts",
+                                      "bin/tool.js", "./esm/index.mjs", "./cjs/index.cjs",
+                                      "./src/button.tsx", "scripts/build.mjs"}));
+  EXPECT_EQ(package.subpaths,
+            (std::vector<std::pair<std::string, std::string>>{{"./button", "./src/button.tsx"}}));
   EXPECT_TRUE(warnings.empty());
-  EXPECT_TRUE(indexer::read_package_entries("p/package.json", "{", warnings).empty());
+  EXPECT_TRUE(indexer::read_package("p/package.json", "{", warnings).entries.empty());
   EXPECT_EQ(
       warnings,
       (std::vector<std::string>{"p/package.json: not valid JSON; its entry points are not read"}));
+
+  // A tsconfig with comments and trailing commas, extending a base for its paths.
+  const std::map<std::string, std::string> files = {
+      {"tsconfig.base.json",
+       R"({"compilerOptions": {"baseUrl": ".", "paths": {"@lib/*": ["libs/*/src"]}}})"},
+  };
+  const auto read = [&](const std::string& path) -> std::optional<std::string> {
+    auto it = files.find(path);
+    if (it == files.end()) return std::nullopt;
+    return it->second;
+  };
+  warnings.clear();
+  const indexer::ScriptPathMapping app = indexer::read_tsconfig(
+      "apps/web/tsconfig.json",
+      "// the web app\n{\"extends\": \"../../tsconfig.base\",\n"
+      " \"compilerOptions\": {\"baseUrl\": \"src\", /* local */ \"strict\": true,},}",
+      read, warnings);
+  EXPECT_EQ(app.directory, "apps/web");
+  EXPECT_EQ(app.base_url, "apps/web/src");
+  EXPECT_EQ(
+      app.paths,
+      (std::vector<std::pair<std::string, std::vector<std::string>>>{{"@lib/*", {"libs/*/src"}}}));
+  EXPECT_TRUE(warnings.empty());
+
   for (const char* config :
        {"vite.config.ts", "app/jest.config.js", ".eslintrc.cjs", "gulpfile.js"})
     EXPECT_TRUE(indexer::is_tool_config(config)) << config;
   for (const char* other : {"src/config.ts", "config.json", "src/configure.js"})
     EXPECT_FALSE(indexer::is_tool_config(other)) << other;
+}
+
+TEST(ScriptModules, PackagesAndPathMappingsResolveBareSpecifiers) {
+  indexer::ScriptPackage ui{
+      "packages/ui", "@org/ui", {"./dist/index.js"}, {{"./button", "./src/button.tsx"}}, false};
+  indexer::ScriptPackage cli{"tools/cli", "cli", {"bin/run.js"}, {}, false};
+  indexer::ScriptPathMapping web{
+      "apps/web", "apps/web/src", {{"@lib/*", {"libs/*/src"}}, {"config", {"apps/web/config.ts"}}}};
+  const ScriptModules modules(
+      {"packages/ui/src/index.ts", "packages/ui/src/button.tsx", "packages/ui/src/theme.ts",
+       "tools/cli/bin/run.js", "libs/auth/src/index.ts", "apps/web/src/pages/home.tsx",
+       "apps/web/config.ts"},
+      {}, {ui, cli}, {web});
+  const struct {
+    std::string importer;
+    std::string specifier;
+    std::optional<std::string> file;
+  } cases[] = {
+      {"apps/web/src/main.ts", "@org/ui", "packages/ui/src/index.ts"},  // built entry -> src
+      {"apps/web/src/main.ts", "@org/ui/button", "packages/ui/src/button.tsx"},   // exports subpath
+      {"apps/web/src/main.ts", "@org/ui/src/theme", "packages/ui/src/theme.ts"},  // a path inside
+      {"apps/web/src/main.ts", "@org/uikit", std::nullopt},                       // another package
+      {"apps/web/src/main.ts", "cli", "tools/cli/bin/run.js"},
+      {"apps/web/src/main.ts", "@lib/auth", "libs/auth/src/index.ts"},        // paths pattern
+      {"apps/web/src/main.ts", "config", "apps/web/config.ts"},               // exact pattern
+      {"apps/web/src/main.ts", "pages/home", "apps/web/src/pages/home.tsx"},  // baseUrl
+      {"tools/cli/bin/run.js", "pages/home", std::nullopt},  // outside its tsconfig
+      {"apps/web/src/main.ts", "node:fs", std::nullopt},
+      {"apps/web/src/main.ts", "react", std::nullopt},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(modules.resolve(c.importer, c.specifier), c.file) << c.importer << " " << c.specifier;
+  }
+  ASSERT_NE(modules.package_of("packages/ui/src/theme.ts"), nullptr);
+  EXPECT_EQ(modules.package_of("packages/ui/src/theme.ts")->name, "@org/ui");
+  EXPECT_EQ(modules.package_of("libs/auth/src/index.ts"), nullptr);
 }
 
 TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
@@ -175,9 +242,64 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/App.App", "src/icons.Star", "reference", "import"}},
        {},
        {{"src/icons.Moon", "certain"}, {"src/Button.Button", ""}}},
+      {"TypeScript with paths: an alias and baseUrl lead into the repository",
+       {{"tsconfig.json",
+         R"({"compilerOptions": {"baseUrl": "src", "paths": {"@core/*": ["core/*"]}}})"},
+        {"src/core/clock.ts", "export function now() { return 1; }\nexport function later() {}\n"},
+        {"src/app/main.ts",
+         "import { now } from '@core/clock';\nimport { greet } from 'app/greet';\n"
+         "greet(now());\n"},
+        {"src/app/greet.ts", "export const greet = (n: number) => n;\n"}},
+       {{"src/app/main.<toplevel>", "src/core/clock.now", "call", "import"},
+        {"src/app/main.<toplevel>", "src/app/greet.greet", "call", "import"}},
+       {},
+       {{"src/core/clock.later", "certain"}, {"src/core/clock.now", ""}}},
+      {"a workspace monorepo: packages import each other by name",
+       {{"package.json", R"({"private": true, "workspaces": ["packages/*"]})"},
+        {"packages/core/package.json",
+         R"({"name": "@acme/core", "main": "dist/index.js", "exports": {".": "./dist/index.js",
+             "./math": "./dist/math.js"}})"},
+        {"packages/core/src/index.ts",
+         "export { add } from './math';\nexport function internal() {}\nfunction unused() {}\n"},
+        {"packages/core/src/math.ts",
+         "export const add = (a: number, b: number) => a + b;\n"
+         "export function mul() {}\n"},
+        {"packages/app/package.json", R"({"name": "@acme/app", "bin": "src/cli.ts"})"},
+        {"packages/app/src/cli.ts",
+         "import { add } from '@acme/core';\nimport * as math from '@acme/core/math';\n"
+         "add(1, 2);\nmath.mul();\n"}},
+       {{"packages/app/src/cli.<toplevel>", "packages/core/src/math.add", "call", "import"},
+        {"packages/app/src/cli.<toplevel>", "packages/core/src/math.mul", "call", "import"}},
+       {},
+       {{"packages/core/src/index.internal", ""},  // the package's entry exports it
+        {"packages/core/src/index.unused", "certain"},
+        {"packages/core/src/math.add", ""}}},
   };
   for (const auto& family : families)
     testing::check_binding(family);
+}
+
+TEST(ScriptBinding, WorkspacePackagesAreComponents) {
+  testing::TempTree tree(testing::SourceTree{
+      {"package.json", R"({"workspaces": ["packages/*"]})"},
+      {"packages/core/package.json", R"({"name": "@acme/core", "main": "src/index.ts"})"},
+      {"packages/core/src/index.ts", "export const one = 1;\n"},
+      {"packages/nameless/package.json", "{}"},
+      {"packages/nameless/lib/a.js", "module.exports = 1;\n"},
+      {"tools/b.js", "module.exports = 2;\n"}});
+  tree.index();
+  Repository repo(tree.db());
+  const std::vector<std::pair<std::string, std::string>> expected = {
+      {"packages/core/src/index.ts", "@acme/core"},
+      {"packages/nameless/lib/a.js", "packages/nameless"},
+      {"tools/b.js", "tools"}};
+  for (const auto& [path, component] : expected) {
+    const auto rows = repo.db().fetchall(
+        "SELECT c.name FROM files f JOIN components c ON c.id = f.component_id WHERE f.path = ?",
+        {path});
+    ASSERT_EQ(rows.size(), 1u) << path;
+    EXPECT_EQ(to_text(rows[0][0]), component) << path;
+  }
 }
 
 TEST(ScriptBinding, UnboundNamesAreGlobalsNotPendingReferences) {

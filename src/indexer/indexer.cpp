@@ -20,6 +20,7 @@
 #include "indexer/index_writer.h"
 #include "indexer/python_parser.h"
 #include "indexer/python_resolver.h"
+#include "indexer/script_config.h"
 #include "indexer/script_entry_points.h"
 #include "indexer/script_modules.h"
 #include "indexer/script_parser.h"
@@ -253,7 +254,21 @@ IndexSummary build_index(const IndexOptions& options) {
     }
     files.push_back(std::move(file));
   }
-  const ScriptModules script_modules(script_paths, python_modules);
+  ScriptConfig script_config;
+  if (!script_paths.empty())
+    script_config = read_script_config(options.root, listing.files, options.max_file_size);
+  summary.warnings.insert(summary.warnings.end(), script_config.warnings.begin(),
+                          script_config.warnings.end());
+  const ScriptModules script_modules(script_paths, python_modules,
+                                     std::move(script_config.packages),
+                                     std::move(script_config.mappings));
+  // Each package of a workspace is a component of its own.
+  for (ListedFile& file : files) {
+    if (file.model < 0 || !is_script[static_cast<std::size_t>(file.model)]) continue;
+    const ScriptPackage* package = script_modules.package_of(file.path);
+    if (package != nullptr && !package->directory.empty())
+      file.component = package->name.empty() ? package->directory : package->name;
+  }
 
   std::vector<FileModel> models(parsed_paths.size());
   const unsigned threads =
@@ -294,10 +309,7 @@ IndexSummary build_index(const IndexOptions& options) {
   summary.warnings.insert(summary.warnings.end(), entry_point_warnings.begin(),
                           entry_point_warnings.end());
   // So is what script packages publish or run, and what tools' configuration files export.
-  const std::vector<std::string> script_entry_warnings = mark_script_entry_points(
-      options.root, listing.files, options.max_file_size, script_modules, models);
-  summary.warnings.insert(summary.warnings.end(), script_entry_warnings.begin(),
-                          script_entry_warnings.end());
+  mark_script_entry_points(listing.files, script_modules, models);
   // So are the entry points the configuration names.
   const std::vector<std::string> configured_warnings =
       mark_configured_entry_points(options.entry_points, models);

@@ -97,7 +97,10 @@ std::string script_module_name_of(std::string_view path) {
 }
 
 ScriptModules::ScriptModules(const std::vector<std::string>& paths,
-                             const std::vector<std::string>& taken) {
+                             const std::vector<std::string>& taken,
+                             std::vector<ScriptPackage> packages,
+                             std::vector<ScriptPathMapping> mappings)
+    : packages_(std::move(packages)), mappings_(std::move(mappings)) {
   std::unordered_set<std::string> names(taken.begin(), taken.end());
   for (const std::string& path : paths) {
     std::string name = script_module_name_of(path);
@@ -111,32 +114,23 @@ const std::string& ScriptModules::module_of(const std::string& path) const {
   return modules_.at(path);
 }
 
-std::optional<std::string> ScriptModules::resolve(std::string_view importer,
-                                                  std::string_view specifier) const {
-  if (!specifier.starts_with("./") && !specifier.starts_with("../") && specifier != "." &&
-      specifier != "..") {
-    return std::nullopt;
-  }
-  std::string joined(directory_of(importer));
-  if (!joined.empty()) joined += '/';
-  joined += specifier;
-  const std::optional<std::string> base = normalized(joined);
-  if (!base) return std::nullopt;
-  const auto known = [&](const std::string& path) { return modules_.contains(path); };
-  // Written with a JavaScript extension: the TypeScript source it is built from, if any,
-  // else the file itself.
+// The file that `path` (relative to the root, normalized) names as an import would: the
+// TypeScript source of a JavaScript name, the file itself, the file with an extension, or
+// the directory's index file.
+std::optional<std::string> ScriptModules::resolve_path(std::string_view path) const {
+  const std::string base(path);
+  const auto known = [&](const std::string& file) { return modules_.contains(file); };
   for (const auto& [written, sources] : SOURCES_OF) {
-    if (!base->ends_with(written)) continue;
-    const std::string stem = base->substr(0, base->size() - written.size());
+    if (!base.ends_with(written)) continue;
+    const std::string stem = base.substr(0, base.size() - written.size());
     for (std::string_view source : sources) {
       if (!source.empty() && known(stem + std::string(source))) return stem + std::string(source);
     }
   }
-  if (!base->empty() && known(*base)) return *base;
-  // Without an extension: the file with one, else the directory's index file.
+  if (!base.empty() && known(base)) return base;
   std::vector<std::string> stems;
-  if (!base->empty()) stems.push_back(*base);
-  stems.push_back(base->empty() ? std::string("index") : *base + "/index");
+  if (!base.empty()) stems.push_back(base);
+  stems.push_back(base.empty() ? std::string("index") : base + "/index");
   for (const std::string& stem : stems) {
     for (std::string_view completion : COMPLETIONS) {
       std::string candidate = stem + std::string(completion);
@@ -144,6 +138,142 @@ std::optional<std::string> ScriptModules::resolve(std::string_view importer,
     }
   }
   return std::nullopt;
+}
+
+namespace {
+
+// Whether `path` is `directory` or lies under it ("" holds everything).
+bool is_under(std::string_view path, std::string_view directory) {
+  return directory.empty() || (path.starts_with(directory) && path.size() > directory.size() &&
+                               path[directory.size()] == '/');
+}
+
+std::string joined(std::string_view directory, std::string_view path) {
+  if (directory.empty()) return std::string(path);
+  return std::string(directory) + "/" + std::string(path);
+}
+
+// Directories that hold what a build makes from src/, nested as builds nest them
+// (dist/cjs/index.js, lib/esm/index.js).
+constexpr std::array<std::string_view, 11> OUTPUT_DIRECTORIES{
+    "dist/", "lib/", "build/", "out/", "esm/", "es/", "cjs/", "esm5/", "types/", "umd/", "module/"};
+
+}  // namespace
+
+std::optional<std::string> ScriptModules::resolve_mapped(std::string_view importer,
+                                                         std::string_view specifier) const {
+  // The nearest tsconfig above the importer.
+  const ScriptPathMapping* mapping = nullptr;
+  for (const ScriptPathMapping& candidate : mappings_) {
+    if (is_under(importer, candidate.directory) &&
+        (mapping == nullptr || candidate.directory.size() > mapping->directory.size())) {
+      mapping = &candidate;
+    }
+  }
+  if (mapping == nullptr) return std::nullopt;
+  for (const auto& [pattern, targets] : mapping->paths) {
+    const std::size_t star = pattern.find('*');
+    std::string_view matched;
+    if (star == std::string::npos) {
+      if (specifier != pattern) continue;
+    } else {
+      const std::string_view prefix = std::string_view(pattern).substr(0, star);
+      const std::string_view suffix = std::string_view(pattern).substr(star + 1);
+      if (specifier.size() < prefix.size() + suffix.size() || !specifier.starts_with(prefix) ||
+          !specifier.ends_with(suffix)) {
+        continue;
+      }
+      matched = specifier.substr(prefix.size(), specifier.size() - prefix.size() - suffix.size());
+    }
+    for (std::string target : targets) {
+      if (const std::size_t at = target.find('*'); at != std::string::npos)
+        target.replace(at, 1, matched);
+      if (const auto path = normalized(target)) {
+        if (auto file = resolve_path(*path)) return file;
+      }
+    }
+  }
+  if (mapping->base_url) {
+    if (const auto path = normalized(joined(*mapping->base_url, specifier)))
+      return resolve_path(*path);
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> ScriptModules::resolve_package(std::string_view specifier) const {
+  for (const ScriptPackage& package : packages_) {
+    if (package.name.empty() || !specifier.starts_with(package.name)) continue;
+    const std::string_view rest = specifier.substr(package.name.size());
+    if (rest.empty()) {
+      for (const std::string& entry : package.entries) {
+        if (auto file = entry_file(package, entry)) return file;
+      }
+      if (auto file = entry_file(package, "index")) return file;
+      return entry_file(package, "src/index");
+    }
+    if (rest.front() != '/') continue;
+    const std::string subpath = "." + std::string(rest);
+    for (const auto& [exported, target] : package.subpaths) {
+      if (exported == subpath) return entry_file(package, target);
+    }
+    return entry_file(package, rest.substr(1));
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> ScriptModules::entry_file(const ScriptPackage& package,
+                                                     std::string_view entry) const {
+  if (entry.starts_with("./")) entry.remove_prefix(2);
+  if (const auto path = normalized(joined(package.directory, entry))) {
+    if (auto file = resolve_path(*path)) return file;
+  }
+  bool stripped = false;
+  for (bool again = true; again;) {
+    again = false;
+    for (std::string_view output : OUTPUT_DIRECTORIES) {
+      if (entry.starts_with(output)) {
+        entry.remove_prefix(output.size());
+        stripped = again = true;
+      }
+    }
+  }
+  if (!stripped) return std::nullopt;
+  for (std::string_view source_directory : {"src/", ""}) {
+    const auto path =
+        normalized(joined(package.directory, std::string(source_directory) + std::string(entry)));
+    if (!path) continue;
+    if (auto file = resolve_path(*path)) return file;
+  }
+  return std::nullopt;
+}
+
+const ScriptPackage* ScriptModules::package_of(std::string_view path) const {
+  const ScriptPackage* nearest = nullptr;
+  for (const ScriptPackage& package : packages_) {
+    if (is_under(path, package.directory) &&
+        (nearest == nullptr || package.directory.size() > nearest->directory.size())) {
+      nearest = &package;
+    }
+  }
+  return nearest;
+}
+
+std::optional<std::string> ScriptModules::resolve(std::string_view importer,
+                                                  std::string_view specifier) const {
+  if (specifier.starts_with("./") || specifier.starts_with("../") || specifier == "." ||
+      specifier == "..") {
+    std::string path(directory_of(importer));
+    if (!path.empty()) path += '/';
+    path += specifier;
+    const std::optional<std::string> base = normalized(path);
+    if (!base) return std::nullopt;
+    return resolve_path(*base);
+  }
+  if (specifier.empty() || specifier.starts_with("/") ||
+      specifier.find(':') != std::string_view::npos)
+    return std::nullopt;  // absolute paths, URLs and node: builtins
+  if (auto file = resolve_mapped(importer, specifier)) return file;
+  return resolve_package(specifier);
 }
 
 std::string ScriptModules::module_for(std::string_view importer, std::string_view specifier) const {
