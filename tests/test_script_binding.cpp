@@ -3,6 +3,7 @@
 // specifiers to files.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -308,6 +309,26 @@ TEST(ScriptBinding, UnboundNamesAreGlobalsNotPendingReferences) {
   tree.index();
   Repository repo(tree.db());
   EXPECT_TRUE(testing::pending_of(repo).empty());
+}
+
+// The bundled example reads as its README says.
+TEST(ScriptBinding, StorefrontExample) {
+  const std::filesystem::path root = testing::copy_example_project("quarry_storefront", "storefront");
+  const testing::CliResult indexed = testing::run_cli({"index", root.string()});
+  ASSERT_EQ(indexed.status, 0) << indexed.err;
+  Repository repo((root / ".quarry" / "index.db").string());
+  std::map<std::string, std::string> listed;
+  for (const UnusedSymbol& symbol : repo.get_dead_code({.limit = 100}).symbols)
+    listed[symbol.fqn] = std::string(to_string(symbol.confidence));
+  EXPECT_EQ(listed, (std::map<std::string, std::string>{{"src/cart.Cart.clear", "certain"},
+                                                        {"src/discount.discountFor", "certain"},
+                                                        {"src/format.legacyFormat", "certain"},
+                                                        {"src/render.unmount", "certain"},
+                                                        {"src/ui/Button.IconButton", "certain"}}));
+  const auto cycles = repo.find_circular_dependencies("file");
+  ASSERT_EQ(cycles.size(), 1u);
+  EXPECT_EQ(cycles[0].nodes, (std::vector<std::string>{"src/cart.ts", "src/discount.ts"}));
+  std::filesystem::remove_all(root);
 }
 
 }  // namespace
