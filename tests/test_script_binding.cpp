@@ -204,8 +204,10 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
        {{"src/repo.ts",
          "export interface Store { get(id: string): Item; }\n"
          "export type Item = { id: string };\n"
+         "const log = (target: object, key: string) => {};\n"
          "export class Repo implements Store {\n"
          "  get(id: string): Item { return { id }; }\n"
+         "  @log\n"
          "  drop(): void {}\n"
          "}\n"
          "export class Cache { get(id: string) { return id; } }\n"
@@ -225,7 +227,8 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/service.run", "src/service.Service.find", "call", "exact"},
         {"src/service.Service.find", "src/repo.Item", "type", "import"},
         {"src/service.<toplevel>", "src/repo.Item", "type", "import"},
-        {"src/repo.Repo", "src/repo.Store", "implements", "local"}},
+        {"src/repo.Repo", "src/repo.Store", "implements", "local"},
+        {"src/repo.Repo.drop", "src/repo.log", "decorates", "local"}},
        {{"src/service.Service.find", "src/repo.Cache.get", "call", "ambiguous"}},
        {{"src/repo.Cache", "certain"}, {"src/repo.Repo.get", ""}, {"src/service.Service", ""}}},
       {"JSX: components used as elements, host elements ignored, globals unbound",
@@ -313,7 +316,8 @@ TEST(ScriptBinding, UnboundNamesAreGlobalsNotPendingReferences) {
 
 // The bundled example reads as its README says.
 TEST(ScriptBinding, StorefrontExample) {
-  const std::filesystem::path root = testing::copy_example_project("quarry_storefront", "storefront");
+  const std::filesystem::path root =
+      testing::copy_example_project("quarry_storefront", "storefront");
   const testing::CliResult indexed = testing::run_cli({"index", root.string()});
   ASSERT_EQ(indexed.status, 0) << indexed.err;
   Repository repo((root / ".quarry" / "index.db").string());

@@ -520,7 +520,10 @@ class ScriptBuilder {
 
   // Defines the function `name` that `node` (a declaration, or a function value bound to a
   // name) is, `whole` spanning its lines; in a class body it is a method.
-  int define_function(const Frame& frame, const std::string& name, TSNode node, TSNode whole) {
+  // `decorators` are those written before `whole` in a class body, which the grammar keeps
+  // apart from it.
+  int define_function(const Frame& frame, const std::string& name, TSNode node, TSNode whole,
+                      std::vector<TSNode> decorators = {}) {
     if (name.empty()) {
       open_function(frame, node, -1, frame.owner, open_lambda(frame));
       return -1;
@@ -531,7 +534,9 @@ class ScriptBuilder {
     const int id =
         define(frame.scope, name, is_method ? symbol_kind::METHOD : symbol_kind::FUNCTION, whole);
     std::string signature;
-    for (TSNode decorator : decorators_of(whole)) {
+    for (TSNode decorator : decorators_of(whole))
+      decorators.push_back(decorator);
+    for (TSNode decorator : decorators) {
       signature += collapse_whitespace(text(decorator)) + " ";
       decorate(frame, id, decorator);
     }
@@ -702,8 +707,15 @@ class ScriptBuilder {
     definition(id).body_scope = body;
     const TSNode members = field(node, "body");
     if (!ts_node_is_null(members)) {
-      for (TSNode member : named_children(members))
-        visit_member({member, body, id, false}, id);
+      std::vector<TSNode> decorators;  // those written before the next member
+      for (TSNode member : named_children(members)) {
+        if (type_of(member) == "decorator") {
+          decorators.push_back(member);
+        } else {
+          visit_member({member, body, id, false}, id, std::move(decorators));
+          decorators.clear();
+        }
+      }
     }
     // `new C()` runs C's constructor: it is used wherever its class is.
     if (scope(body).bindings.contains("constructor")) {
@@ -722,7 +734,7 @@ class ScriptBuilder {
     return {};
   }
 
-  void visit_member(const Frame& frame, int cls) {
+  void visit_member(const Frame& frame, int cls, std::vector<TSNode> decorators) {
     const std::string_view type = type_of(frame.node);
     if (type == "method_definition" || type == "abstract_method_signature" ||
         type == "method_signature") {
@@ -732,7 +744,7 @@ class ScriptBuilder {
         open_function(frame, frame.node, -1, cls, open_lambda(frame));
         return;
       }
-      define_function(frame, name, frame.node, frame.node);
+      define_function(frame, name, frame.node, frame.node, std::move(decorators));
     } else if (type == "public_field_definition" || type == "field_definition") {
       TSNode name_node = field(frame.node, "name");
       if (ts_node_is_null(name_node)) name_node = field(frame.node, "property");
@@ -742,18 +754,21 @@ class ScriptBuilder {
       push(annotation, frame.scope, cls, true);
       if (!name.empty() && !ts_node_is_null(value) && is_function_value(type_of(value))) {
         // `handle = () => ...`: a method bound to each instance.
-        define_function(frame, name, value, frame.node);
+        define_function(frame, name, value, frame.node, std::move(decorators));
         return;
       }
+      int id = cls;
       if (!name.empty()) {
-        const int id = define(frame.scope, name, symbol_kind::VARIABLE, frame.node);
+        id = define(frame.scope, name, symbol_kind::VARIABLE, frame.node);
         std::vector<TypeHint> hints = annotation_hints(annotation, frame.scope);
         add_hints(hints, value_hints(value, frame.scope));
         add_hints(definition(cls).attributes[name], hints);
         definition(id).hints = std::move(hints);
       }
       for (TSNode decorator : decorators_of(frame.node))
-        decorate(frame, cls, decorator);
+        decorators.push_back(decorator);
+      for (TSNode decorator : decorators)
+        decorate(frame, id, decorator);
       // A field's value is computed for each instance, as the constructor's code is.
       push(value, frame.scope, cls);
     } else {
