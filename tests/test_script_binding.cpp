@@ -149,16 +149,17 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
       {"ES modules: named, default, namespace and re-exported imports; unused exports",
        {{"package.json", R"({"name": "esm", "main": "src/index.js"})"},
         {"src/index.js",
-         "import { parse as read } from './parse.js';\n"
+         "import { parse as read, parsers } from './parse.js';\n"
          "import render from './render';\n"
          "import * as util from './util/index.js';\n"
          "export { format } from './format';\n"
          "export * from './extra';\n"
          "export function main(text) {\n"
-         "  return render(read(text), util.clean(text));\n"
+         "  return render(read(text), util.clean(parsers.json(text)));\n"
          "}\n"},
         {"src/parse.js",
-         "export function parse(t) { return t; }\nexport function unusedParse() {}\n"},
+         "export function parse(t) { return t; }\nexport function unusedParse() {}\n"
+         "export const parsers = { json(t) { return t; }, csv: (t) => t };\n"},
         {"src/render.js", "export default function render(x) { return x; }\n"},
         {"src/util/index.js",
          "export const clean = (t) => t.trim();\nexport function helper() {}\n"},
@@ -167,6 +168,7 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
        {{"src/index.main", "src/parse.parse", "call", "import"},
         {"src/index.main", "src/render.render", "call", "import"},
         {"src/index.main", "src/util/index.clean", "call", "import"},
+        {"src/index.main", "src/parse.parsers.json", "call", "import"},
         {"src/index.<toplevel>", "src/format.format", "import", "import"},
         {"src/index.<toplevel>", "src/extra", "import", "import"}},
        {},
@@ -175,6 +177,8 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/extra.extra", ""},    // exported through `export *` of the entry
         {"src/extra.hidden", "certain"},
         {"src/parse.unusedParse", "certain"},
+        {"src/parse.parsers.csv", "certain"},
+        {"src/parse.parsers.json", ""},
         {"src/util/index.helper", "certain"}}},
       {"CommonJS: require of a module, of its exports and of its module.exports value",
        {{"lib/cli.js",

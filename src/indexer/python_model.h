@@ -67,7 +67,8 @@ struct Definition {
   bool is_export = false;
   // For an import binding: what it binds, so that re-exports can be followed.
   std::optional<Binding> import;
-  // For a class: the scope of its body, where its members are bound.
+  // For a class (or a script's exported object literal): the scope of its body, where its
+  // members are bound.
   int body_scope = -1;
   // For a variable: where its type can be read from; for a function: its return
   // annotation, or without one what its return statements return.

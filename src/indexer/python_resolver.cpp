@@ -703,6 +703,22 @@ PythonResolver::Value PythonResolver::attribute(const Value& value, const std::s
         Value exported = resolve_from(value.module, name);
         if (exported.kind == Value::Kind::symbols) return exported;
       }
+      // The members of an object literal with a body of its own (a script's exported
+      // `const api = { get() {} }`); a class's members are found below, through its order.
+      Value members{Value::Kind::symbols, {}, {}};
+      for (std::int64_t id : value.ids) {
+        const Definition& holder = definition(id);
+        if (holder.body_scope < 0 || holder.kind == symbol_kind::CLASS) continue;
+        const std::size_t file = file_of(id);
+        const auto& bindings =
+            files_[file].scopes[static_cast<std::size_t>(holder.body_scope)].bindings;
+        auto member = bindings.find(name);
+        if (member == bindings.end() || member->second.kind != Binding::Kind::definition) continue;
+        members.ids.push_back(symbol_id(file, member->second.definition));
+        for (int other : member->second.also)
+          members.ids.push_back(symbol_id(file, other));
+      }
+      if (!members.ids.empty()) return members;
       const Value classes = instance_of(value);
       if (classes.kind == Value::Kind::instance) return member(classes.ids, name, false);
       // A variable or a property: the attribute of the value its hints give.

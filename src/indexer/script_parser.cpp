@@ -794,12 +794,49 @@ class ScriptBuilder {
       define_class(frame, text(name), value, declarator);
       return;
     }
+    if (exporting_ && frame.scope == MODULE_SCOPE && type_of(name) == "identifier" &&
+        value_type == "object" && !scope(frame.scope).bindings.contains(text(name))) {
+      define_object(frame, text(name), value, declarator, constant);
+      push(annotation, frame.scope, frame.owner, true);
+      return;
+    }
     std::vector<TypeHint> hints;
     if (!ts_node_is_null(annotation)) hints = annotation_hints(annotation, frame.scope);
     add_hints(hints, value_hints(value, frame.scope));
     bind_pattern(name, frame.scope, frame.owner, std::move(hints), constant, declarator);
     push(annotation, frame.scope, frame.owner, true);
     push(value, frame.scope, frame.owner);
+  }
+
+  // An exported object literal bound to `name`: a constant (or variable) whose methods, and
+  // properties holding functions, are its members (`api.get()` reaches them), as a class's
+  // methods are.
+  void define_object(const Frame& frame, const std::string& name, TSNode object, TSNode whole,
+                     bool constant) {
+    const int id =
+        define(frame.scope, name, constant ? symbol_kind::CONSTANT : symbol_kind::VARIABLE, whole);
+    const int body =
+        add_scope({Scope::Kind::class_body, frame.scope, id, -1, definition(id).fqn, {}, {}});
+    definition(id).body_scope = body;
+    const Frame members{object, body, id, false};
+    for (TSNode property : named_children(object)) {
+      const std::string_view type = type_of(property);
+      if (type == "method_definition") {
+        const std::string member = member_name(field(property, "name"));
+        if (!member.empty()) {
+          define_function(members, member, property, property);
+          continue;
+        }
+      } else if (type == "pair") {
+        const std::string member = member_name(field(property, "key"));
+        const TSNode value = field(property, "value");
+        if (!member.empty() && !ts_node_is_null(value) && is_function_value(type_of(value))) {
+          define_function(members, member, value, property);
+          continue;
+        }
+      }
+      push(property, frame.scope, frame.owner);
+    }
   }
 
   // Binds the names of a binding pattern. In the module scope each is a symbol (a constant
@@ -981,7 +1018,9 @@ class ScriptBuilder {
     const bool is_default = has_token(frame.node, "default");
     if (!ts_node_is_null(declaration)) {
       const std::size_t before = m_.definitions.size();
+      exporting_ = true;
       visit({declaration, frame.scope, frame.owner, frame.type_mode});
+      exporting_ = false;
       std::vector<std::string> names;
       for (std::size_t d = before; d < m_.definitions.size(); ++d) {
         // The declaration's own names, not those of what it encloses (bound elsewhere).
@@ -1311,6 +1350,7 @@ class ScriptBuilder {
   TSTreeCursor cursor_;
   std::vector<Frame> stack_;
   std::vector<std::string> exports_;
+  bool exporting_ = false;  // visiting the declaration of an export statement
   std::vector<std::pair<std::int64_t, std::int64_t>> ambient_;  // lines of `declare` blocks
 };
 
