@@ -219,6 +219,8 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/service.ts",
          "import { Repo, makeRepo } from './repo';\n"
          "import type { Item } from './repo';\n"
+         "const sealed = (target: object) => target;\n"
+         "@sealed\n"
          "export class Service {\n"
          "  private other = makeRepo();\n"
          "  constructor(private readonly repo: Repo) {}\n"
@@ -232,7 +234,8 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/service.Service.find", "src/repo.Item", "type", "import"},
         {"src/service.<toplevel>", "src/repo.Item", "type", "import"},
         {"src/repo.Repo", "src/repo.Store", "implements", "local"},
-        {"src/repo.Repo.drop", "src/repo.log", "decorates", "local"}},
+        {"src/repo.Repo.drop", "src/repo.log", "decorates", "local"},
+        {"src/service.Service", "src/service.sealed", "decorates", "local"}},
        {{"src/service.Service.find", "src/repo.Cache.get", "call", "ambiguous"}},
        {{"src/repo.Cache", "certain"}, {"src/repo.Repo.get", ""}, {"src/service.Service", ""}}},
       {"JSX: components used as elements, host elements ignored, globals unbound",
@@ -262,6 +265,17 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/app/main.<toplevel>", "src/app/greet.greet", "call", "import"}},
        {},
        {{"src/core/clock.later", "certain"}, {"src/core/clock.now", ""}}},
+      {"a mixed repository: Python and TypeScript in one index, each bound in its own",
+       {{"server/api.py",
+         "def handler():\n    return helper()\n\ndef helper():\n    return 1\n"
+         "\ndef unused():\n    pass\n\nhandler()\n"},
+        {"web/api.ts", "export function helper() { return 1; }\nexport function unused() {}\n"},
+        {"web/main.ts", "import { helper } from './api';\nhelper();\n"}},
+       {{"server.api.handler", "server.api.helper", "call", "local"},
+        {"web/main.<toplevel>", "web/api.helper", "call", "import"}},
+       {},
+       {{"server.api.unused", "certain"}, {"web/api.unused", "certain"}, {"web/api.helper", ""}},
+       {{"server.api.handler", "web/api.helper"}}},
       {"a workspace monorepo: packages import each other by name",
        {{"package.json", R"({"private": true, "workspaces": ["packages/*"]})"},
         {"packages/core/package.json",

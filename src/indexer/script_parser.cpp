@@ -632,18 +632,19 @@ class ScriptBuilder {
     return has_token(parameter, "readonly");
   }
 
-  // The decorators written on a declaration: its `decorator` children (and, for an exported
-  // class, those on the export statement).
+  // The decorators written on a declaration: those on the export statement that declares it
+  // (`@dec export class A`), then its `decorator` children. The export statement is known
+  // while it is visited: asking tree-sitter for a node's parent walks down from the root.
   std::vector<TSNode> decorators_of(TSNode node) {
     std::vector<TSNode> out;
+    if (!ts_node_is_null(export_statement_) &&
+        ts_node_eq(field(export_statement_, "declaration"), node)) {
+      for (TSNode child : named_children(export_statement_)) {
+        if (type_of(child) == "decorator") out.push_back(child);
+      }
+    }
     for (TSNode child : named_children(node)) {
       if (type_of(child) == "decorator") out.push_back(child);
-    }
-    const TSNode parent = ts_node_parent(node);
-    if (!ts_node_is_null(parent) && type_of(parent) == "export_statement") {
-      for (TSNode child : named_children(parent)) {
-        if (type_of(child) == "decorator") out.insert(out.begin(), child);
-      }
     }
     return out;
   }
@@ -662,7 +663,6 @@ class ScriptBuilder {
   }
 
   int define_class(const Frame& frame, std::string name, TSNode node, TSNode whole) {
-    if (name.empty()) name = anonymous_name(frame);
     if (name.empty()) {
       push_children(frame);
       return -1;
@@ -722,16 +722,6 @@ class ScriptBuilder {
       use(UseKind::reference, body, id, {"constructor"}, line_of(node));
     }
     return id;
-  }
-
-  // The name an anonymous default export takes.
-  std::string anonymous_name(const Frame& frame) {
-    const TSNode parent = ts_node_parent(frame.node);
-    if (frame.scope == MODULE_SCOPE && !ts_node_is_null(parent) &&
-        type_of(parent) == "export_statement") {
-      return std::string(DEFAULT_EXPORT);
-    }
-    return {};
   }
 
   void visit_member(const Frame& frame, int cls, std::vector<TSNode> decorators) {
@@ -794,8 +784,9 @@ class ScriptBuilder {
       define_class(frame, text(name), value, declarator);
       return;
     }
-    if (exporting_ && frame.scope == MODULE_SCOPE && type_of(name) == "identifier" &&
-        value_type == "object" && !scope(frame.scope).bindings.contains(text(name))) {
+    if (!ts_node_is_null(export_statement_) && frame.scope == MODULE_SCOPE &&
+        type_of(name) == "identifier" && value_type == "object" &&
+        !scope(frame.scope).bindings.contains(text(name))) {
       define_object(frame, text(name), value, declarator, constant);
       push(annotation, frame.scope, frame.owner, true);
       return;
@@ -1018,9 +1009,9 @@ class ScriptBuilder {
     const bool is_default = has_token(frame.node, "default");
     if (!ts_node_is_null(declaration)) {
       const std::size_t before = m_.definitions.size();
-      exporting_ = true;
+      export_statement_ = frame.node;
       visit({declaration, frame.scope, frame.owner, frame.type_mode});
-      exporting_ = false;
+      export_statement_ = TSNode{};
       std::vector<std::string> names;
       for (std::size_t d = before; d < m_.definitions.size(); ++d) {
         // The declaration's own names, not those of what it encloses (bound elsewhere).
@@ -1350,7 +1341,7 @@ class ScriptBuilder {
   TSTreeCursor cursor_;
   std::vector<Frame> stack_;
   std::vector<std::string> exports_;
-  bool exporting_ = false;  // visiting the declaration of an export statement
+  TSNode export_statement_{};  // the export statement whose declaration is being visited
   std::vector<std::pair<std::int64_t, std::int64_t>> ambient_;  // lines of `declare` blocks
 };
 

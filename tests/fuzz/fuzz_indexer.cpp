@@ -109,8 +109,8 @@ const std::vector<std::string> SCRIPT_SEEDS = [] {
       "function f() {\r return caf\xc3\xa9(); }\r\n"s,
       "",
       // Deep nesting and long chains.
-      "x = " + std::string(2000, '(') + "1" + std::string(2000, ')') + ";\ny = " +
-          std::string(2000, '[') + ";\na" + chain + ";\nnew A().b" + chain + ";\n"};
+      "x = " + std::string(2000, '(') + "1" + std::string(2000, ')') +
+          ";\ny = " + std::string(2000, '[') + ";\na" + chain + ";\nnew A().b" + chain + ";\n"};
 }();
 const std::vector<std::string> SCRIPT_TOKENS = split(
     "function |class |(|)|{|}|=>|;|\n|'|\"|`|${|\0|\xff|\xe2\x82|\r|import |export |"
@@ -193,7 +193,8 @@ std::vector<std::string> check_iteration(Chooser& choose) {
       for (std::size_t e = choose.one_in(4) ? 0 : 1 << choose.below(6); e > 0; --e)
         mutate(choose, text, scripts ? SCRIPT_TOKENS : TOKENS, choose.pick(seeds));
       lines.push_back(std::count(text.begin(), text.end(), '\n') + 1);
-      models.push_back(scripts ? script_parser.parse(paths[i], text) : parser.parse(paths[i], text));
+      models.push_back(scripts ? script_parser.parse(paths[i], text)
+                               : parser.parse(paths[i], text));
       ids.push_back(ids.back() + std::ssize(models.back().definitions));
       check_model(problems, models.back(), lines.back());
     }
