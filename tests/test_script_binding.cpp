@@ -206,7 +206,7 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"lib/runner.Runner.step", ""}}},
       {"TypeScript: receivers typed by annotations, parameter properties, new and return types",
        {{"src/repo.ts",
-         "export interface Store { get(id: string): Item; }\n"
+         "export interface Store { get(id: string): Item; flush(): void; }\n"
          "export type Item = { id: string };\n"
          "const log = (target: object, key: string) => {};\n"
          "export class Repo implements Store {\n"
@@ -215,6 +215,8 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
          "  drop(): void {}\n"
          "}\n"
          "export class Cache { get(id: string) { return id; } }\n"
+         "export class Memory implements Store { flush() {} }\n"
+         "export function lookup(s: Store) { return s.flush(); }\n"
          "export function makeRepo(): Repo { return new Repo(); }\n"},
         {"src/service.ts",
          "import { Repo, makeRepo } from './repo';\n"
@@ -237,7 +239,10 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/repo.Repo.drop", "src/repo.log", "decorates", "local"},
         {"src/service.Service", "src/service.sealed", "decorates", "local"}},
        {{"src/service.Service.find", "src/repo.Cache.get", "call", "ambiguous"}},
-       {{"src/repo.Cache", "certain"}, {"src/repo.Repo.get", ""}, {"src/service.Service", ""}}},
+       {{"src/repo.Cache", "certain"},
+        {"src/repo.Repo.get", ""},
+        {"src/repo.Memory.flush", ""},  // implements a member of Store
+        {"src/service.Service", ""}}},
       {"JSX: components used as elements, host elements ignored, globals unbound",
        {{"src/App.jsx",
          "import { Button } from './Button';\n"

@@ -385,7 +385,7 @@ class ScriptBuilder {
         for (TSNode base : named_children(child))
           type_use(frame.scope, id, base, UseKind::inherits);
       }
-      push(field(frame.node, "body"), frame.scope, id, true);
+      define_interface_members(frame, id, field(frame.node, "body"));
     } else if (type == "type_alias_declaration") {
       const int id = define(frame.scope, text(field(frame.node, "name")), "type_alias", frame.node);
       definition(id).signature = header_of(frame.node, field(frame.node, "value"));
@@ -469,6 +469,34 @@ class ScriptBuilder {
       // Nothing a name is used in.
     } else {
       push_children(frame);
+    }
+  }
+
+  // The members an interface declares, as variables of its body (never dead code
+  // themselves): a class's method of the same name implements one, so it is used wherever
+  // the interface's contract is.
+  void define_interface_members(const Frame& frame, int id, TSNode members) {
+    if (ts_node_is_null(members)) return;
+    const int body =
+        add_scope({Scope::Kind::class_body, frame.scope, id, -1, definition(id).fqn, {}, {}});
+    definition(id).body_scope = body;
+    for (TSNode member : named_children(members)) {
+      const std::string_view type = type_of(member);
+      const std::string name = type == "property_signature" || type == "method_signature"
+                                   ? member_name(field(member, "name"))
+                                   : std::string();
+      if (!name.empty() && !scope(body).bindings.contains(name))
+        define(body, name, symbol_kind::VARIABLE, member);
+      if (type != "method_signature") {
+        push(member, frame.scope, id, true);
+        continue;
+      }
+      // A method's parameters are names of its own: only their types are uses.
+      const TSNode parameters = field(member, "parameters");
+      for (TSNode parameter :
+           ts_node_is_null(parameters) ? std::vector<TSNode>{} : named_children(parameters))
+        push(field(parameter, "type"), frame.scope, id, true);
+      push(field(member, "return_type"), frame.scope, id, true);
     }
   }
 
