@@ -270,6 +270,15 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/app/main.<toplevel>", "src/app/greet.greet", "call", "import"}},
        {},
        {{"src/core/clock.later", "certain"}, {"src/core/clock.now", ""}}},
+      {"a namespace import handed on as a value: any of its exports may be read from it",
+       {{"src/fmt/index.ts", "export * from './date';\nexport function money() {}\n"},
+        {"src/fmt/date.ts", "export function day() {}\nfunction hidden() {}\n"},
+        {"src/main.ts",
+         "import * as fmt from './fmt';\nfunction configure(o: object) {}\n"
+         "configure({ fmt });\n"}},
+       {{"src/main.<toplevel>", "src/fmt/date.day", "reference", "import"}},
+       {},
+       {{"src/fmt/date.day", ""}, {"src/fmt/index.money", ""}, {"src/fmt/date.hidden", "certain"}}},
       {"a mixed repository: Python and TypeScript in one index, each bound in its own",
        {{"server/api.py",
          "def handler():\n    return helper()\n\ndef helper():\n    return 1\n"

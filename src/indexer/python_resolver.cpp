@@ -6,6 +6,7 @@
 #include <set>
 
 #include "indexer/python_strings.h"
+#include "indexer/script_modules.h"
 #include "models/edge.h"
 #include "models/symbol.h"
 
@@ -470,6 +471,31 @@ PythonResolver::Value PythonResolver::module_value(const std::string& module) co
   return {Value::Kind::module, {symbol_id(it->second, MODULE_DEFINITION)}, module};
 }
 
+// The definitions that script module `module` exports, its `export *` modules' included, as
+// far as each name resolves: at most MAX_EXPORTS_LISTED.
+std::vector<std::int64_t> PythonResolver::exports_of(const std::string& module) const {
+  std::vector<std::int64_t> ids;
+  std::deque<std::string> modules{module};
+  std::set<std::string> seen;
+  while (!modules.empty() && ids.size() < MAX_EXPORTS_LISTED) {
+    const std::string current = std::move(modules.front());
+    modules.pop_front();
+    auto file = module_files_.find(current);
+    if (file == module_files_.end() || !seen.insert(current).second) continue;
+    const FileModel& model = files_[file->second];
+    for (const std::string& name : model.exports) {
+      const Value value = resolve_from(current, name);
+      if (value.kind != Value::Kind::symbols) continue;
+      for (std::int64_t id : value.ids) {
+        if (is_callable_kind(definition(id).kind) && ids.size() < MAX_EXPORTS_LISTED)
+          ids.push_back(id);
+      }
+    }
+    modules.insert(modules.end(), model.star_imports.begin(), model.star_imports.end());
+  }
+  return ids;
+}
+
 // `name` as found in `module`: a definition there, a submodule, or what its imports (named
 // or "*") bring in, followed through re-exports.
 PythonResolver::Value PythonResolver::resolve_from(const std::string& module,
@@ -884,6 +910,14 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
         links.pending.push_back({source, use.chain.front(), use.line});
         break;
       case Value::Kind::module:
+        // A script's namespace import used as a value (`{ formatters }`, `register(api)`):
+        // any of the module's exports may be read from it.
+        if (use.kind == UseKind::reference && use.chain.size() == 1 &&
+            script_dialect_of(model.path)) {
+          for (std::int64_t id : exports_of(value.module))
+            links.edges.push_back({source, id, kind, resolution::IMPORT, use.line});
+        }
+        break;
       case Value::Kind::instance:
       case Value::Kind::external:
         break;

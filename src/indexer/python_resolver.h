@@ -43,6 +43,9 @@ struct FileLinks {
 // The most guessed edges one call of a method on a value of unknown type makes.
 inline constexpr std::size_t MAX_GUESSES = 5;
 
+// The most exports of a script module that one use of the module as a value references.
+inline constexpr std::size_t MAX_EXPORTS_LISTED = 1000;
+
 // Whether `name` is one of Python's builtins (print, len, object, ValueError, ...).
 bool is_python_builtin(std::string_view name);
 
@@ -105,6 +108,7 @@ class PythonResolver {
   Value call_result(const Value& value, int depth) const;
   Value resolve_from(const std::string& module, const std::string& name) const;
   Value module_value(const std::string& module) const;
+  std::vector<std::int64_t> exports_of(const std::string& module) const;
   std::vector<std::int64_t> lookup_order(const std::vector<std::int64_t>& classes) const;
   Value member(const std::vector<std::int64_t>& classes, const std::string& name,
                bool skip_own) const;
@@ -122,8 +126,7 @@ class PythonResolver {
     }
   };
   using HandedOver = std::unordered_set<std::pair<std::int64_t, std::int64_t>, PairHash>;
-  void handed_outside(std::size_t file, const Use& use, FileLinks& links,
-                      HandedOver& handed) const;
+  void handed_outside(std::size_t file, const Use& use, FileLinks& links, HandedOver& handed) const;
   void overridden_outside(std::size_t file, FileLinks& links) const;
   void collect_arguments();
   Value passed_to(std::int64_t function, const std::string& name, int depth) const;
