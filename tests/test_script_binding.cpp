@@ -364,6 +364,18 @@ TEST(ScriptBinding, StorefrontExample) {
   const auto cycles = repo.find_circular_dependencies("file");
   ASSERT_EQ(cycles.size(), 1u);
   EXPECT_EQ(cycles[0].nodes, (std::vector<std::string>{"src/cart.ts", "src/discount.ts"}));
+  // Callers of Cart.total, through a receiver typed by `new` and by an annotation; what
+  // changing it affects, up to App's own caller (start, through JSX: a reference, no call).
+  const auto total = repo.get_symbol_by_fqn("src/cart.Cart.total");
+  ASSERT_TRUE(total && total->id);
+  std::vector<std::string> callers;
+  for (const Caller& caller : repo.callers_of({*total->id}))
+    callers.push_back(caller.fqn + " " + caller.resolution);
+  EXPECT_EQ(callers,
+            (std::vector<std::string>{"src/App.App exact", "src/discount.discountFor exact"}));
+  const ImpactAnalysis impact = repo.analyze_impact("src/cart.Cart.total");
+  EXPECT_EQ(impact.affected_files, (std::vector<std::string>{"src/App.tsx", "src/discount.ts"}));
+  EXPECT_TRUE(impact.transitive_callers.empty());
   std::filesystem::remove_all(root);
 }
 
