@@ -186,7 +186,12 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
          "const store = require('./store');\n"
          "const { slugify } = require('./text');\n"
          "const Runner = require('./runner');\n"
-         "new Runner().run(slugify(path.join('a')), store.load());\n"},
+         "new Runner().run(slugify(path.join('a')), store.load());\n"
+         "const Legacy = require('./legacy');\nLegacy.create().start();\n"},
+        {"lib/legacy.js",
+         "function Legacy() {}\nLegacy.prototype.start = function () { return this.tick(); };\n"
+         "Legacy.prototype.tick = function () {};\n"
+         "Legacy.create = function () { return new Legacy(); };\nmodule.exports = Legacy;\n"},
         {"lib/store.js",
          "function load() { return 1; }\nfunction save() {}\nmodule.exports = { load, save };\n"},
         {"lib/text.js",
@@ -198,7 +203,9 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"lib/cli.<toplevel>", "lib/text.slugify", "call", "import"},
         {"lib/cli.<toplevel>", "lib/runner.Runner", "call", "import"},
         {"lib/cli.<toplevel>", "lib/runner.Runner.run", "call", "exact"},
-        {"lib/runner.Runner.run", "lib/runner.Runner.step", "call", "exact"}},
+        {"lib/runner.Runner.run", "lib/runner.Runner.step", "call", "exact"},
+        {"lib/cli.<toplevel>", "lib/legacy.Legacy.create", "call", "import"},
+        {"lib/legacy.Legacy.start", "lib/legacy.Legacy.tick", "call", "exact"}},
        {},
        {{"lib/store.save", "certain"},
         {"lib/text.unused", "certain"},

@@ -1146,6 +1146,7 @@ class ScriptBuilder {
       }
       return;
     }
+    if (chain && module_level && attach_member(frame, *chain, right)) return;
     std::vector<TypeHint> hints = value_hints(right, frame.scope);
     if (chain && chain->size() == 1) {
       hint_name(frame.scope, chain->front(), std::move(hints));
@@ -1156,6 +1157,31 @@ class ScriptBuilder {
     }
     if (!chain || chain->size() > 1) push(left, frame.scope, frame.owner);
     push(right, frame.scope, frame.owner);
+  }
+
+  // `X.name = function () {...}` and `X.prototype.name = ...` at module level, X a function,
+  // class or variable of the module: a method `name` of X, as a class's own (the methods of
+  // constructor functions before classes, properties set on a module's exported object).
+  // Whether the assignment was such.
+  bool attach_member(const Frame& frame, const std::vector<std::string>& chain, TSNode value) {
+    if (ts_node_is_null(value) || !is_function_value(type_of(value))) return false;
+    if (!(chain.size() == 2 || (chain.size() == 3 && chain[1] == "prototype"))) return false;
+    const auto& bindings = scope(MODULE_SCOPE).bindings;
+    auto it = bindings.find(chain.front());
+    if (it == bindings.end() || it->second.kind != Binding::Kind::definition) return false;
+    const int owner = it->second.definition;
+    const std::string_view kind = definition(owner).kind;
+    if (kind != symbol_kind::FUNCTION && kind != symbol_kind::CLASS &&
+        kind != symbol_kind::VARIABLE && kind != symbol_kind::CONSTANT) {
+      return false;
+    }
+    if (definition(owner).body_scope < 0) {
+      definition(owner).body_scope = add_scope(
+          {Scope::Kind::class_body, MODULE_SCOPE, owner, -1, definition(owner).fqn, {}, {}});
+    }
+    define_function({frame.node, definition(owner).body_scope, owner, false}, chain.back(), value,
+                    frame.node);
+    return true;
   }
 
   // The class whose method `in_scope` is, or is nested in (an arrow function in a method).

@@ -155,7 +155,7 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
         std::any_of(d.attributes.begin(), d.attributes.end(),
                     [&](const auto& a) { return a.first.empty() || bad_hints(a.second); }) ||
         (d.kind == "class" ? !in(d.body_scope, 1, scopes - 1)
-         : listed("constant variable interface", d.kind)
+         : listed("constant variable interface function", d.kind)
              ? !in(d.body_scope, -1, scopes - 1) || d.body_scope == 0
              : d.body_scope != -1))
       fail("definition " + show(d.fqn) + " " + d.kind + " at " + std::to_string(d.start_line));
