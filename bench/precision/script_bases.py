@@ -67,6 +67,18 @@ CODE_BASES = [
         host=("src/internal/Subscriber.ts", "Subscriber"),
         drop=("dist", "src/tsconfig.*.json", "src/Rx.global.js"),
         tsconfig="tsconfig.json",
+        # The sources of the package's entries; knip finds only src/index.ts by itself,
+        # as the built files package.json names are not shipped with the sources.
+        knip={
+            "entry": [
+                "src/index.ts",
+                "src/operators/index.ts",
+                "src/ajax/index.ts",
+                "src/fetch/index.ts",
+                "src/testing/index.ts",
+                "src/webSocket/index.ts",
+            ]
+        },
     ),
     CodeBase(
         name="react-day-picker",

@@ -65,6 +65,10 @@ export enum QbDeadEnum {
   First,
   Second,
 }
+
+export function qbDeadRecursive(n: number): number {
+  return n <= 0 ? 0 : qbDeadRecursive(n - 1);
+}
 """,
     "qb_plant_default.ts": """\
 // Planted: a function only a default import names.
@@ -107,6 +111,18 @@ export function qbPublic(): number {
 // Planted: a function reached through a dynamic import.
 export function qbDynamicallyImported(): number {
   return 16;
+}
+""",
+    "qb_plant_awaited.ts": """\
+// Planted: a function reached through an awaited dynamic import.
+export function qbAwaitImported(): number {
+  return 17;
+}
+""",
+    "qb_plant_namespace_value.ts": """\
+// Planted: a function only reached through its module's namespace object, passed as a value.
+export function qbThroughNamespaceValue(): number {
+  return 18;
 }
 """,
     "qb_plant_types.ts": """\
@@ -235,7 +251,17 @@ import { QbChild, QbFresh, QbOwner, QbService, QbSquare, qbMakeService } from '.
 import type { QbOptions, QbShape } from './qb_plant_types';
 import { QbKind } from './qb_plant_types';
 import { qbUseCallbacks } from './qb_plant_callbacks';
+import * as qbNamespaceValue from './qb_plant_namespace_value';
 $imports
+function qbCallThrough(table: { qbThroughNamespaceValue(): number }): number {
+  return table.qbThroughNamespaceValue();
+}
+
+export async function qbAwaitDynamic(): Promise<number> {
+  const module = await import('./qb_plant_awaited');
+  return module.qbAwaitImported();
+}
+
 export function qbDrive(options: QbOptions): unknown[] {
   const service: QbService = qbMakeService();
   const shape: QbShape = new QbSquare();
@@ -255,7 +281,9 @@ export function qbDrive(options: QbOptions): unknown[] {
     options.qbSize,
     QbKind.One,
     qbUseCallbacks(),
-    import('./qb_plant_dynamic').then((m) => m.qbDynamicallyImported()),$uses
+    import('./qb_plant_dynamic').then((m) => m.qbDynamicallyImported()),
+    qbCallThrough(qbNamespaceValue),
+    qbAwaitDynamic(),$uses
   ];
 }
 """
@@ -335,6 +363,10 @@ const qbDeadFunctionExpression = function () {
   return 9;
 };
 
+function qbDeadRecursive(n) {
+  return n <= 0 ? 0 : qbDeadRecursive(n - 1);
+}
+
 module.exports = { qbRequiredDestructured, qbViaModule, qbViaRequireProperty, qbDeadExported };
 """,
     "qb_plant_single.js": """\
@@ -344,6 +376,22 @@ function qbModuleFunction() {
 }
 
 module.exports = qbModuleFunction;
+""",
+    "qb_plant_called_require.js": """\
+// Planted: a function that is the module's whole value, called on the require itself.
+function qbCalledOnRequire() {
+  return 17;
+}
+
+module.exports = qbCalledOnRequire;
+""",
+    "qb_plant_awaited.js": """\
+// Planted: a function reached through an awaited dynamic import.
+function qbAwaitImported() {
+  return 18;
+}
+
+module.exports = { qbAwaitImported };
 """,
     "qb_plant_exports_dot.js": """\
 // Planted: a function exported as a property of exports.
@@ -497,6 +545,11 @@ const { qbReexported } = require('./qb_plant_barrel');
 const { QbChild, QbFresh, QbOwner, QbLegacy, qbMakeService } = require('./qb_plant_classes');
 const { qbUseCallbacks } = require('./qb_plant_callbacks');
 
+async function qbAwaitDynamic() {
+  const module = await import('./qb_plant_awaited.js');
+  return module.qbAwaitImported();
+}
+
 function qbDrive() {
   const service = qbMakeService();
   return [
@@ -515,6 +568,8 @@ function qbDrive() {
     new QbLegacy().qbLegacyRun(),
     qbUseCallbacks(),
     import('./qb_plant_dynamic.js').then((m) => m.qbDynamicallyImported()),
+    require('./qb_plant_called_require')(),
+    qbAwaitDynamic(),
   ];
 }
 
@@ -570,7 +625,10 @@ def plants_of(base):
         Plant(True, f"new QbFresh().{m1}()", classes, (f"QbFresh.{m1}",), "method"),
         Plant(True, "plumbing, called directly", classes, ("QbChild", "QbChild.qbStart", "QbOwner", "QbOwner.qbUseHelper", "QbFresh", "qbMakeService"), ""),
         Plant(True, "plumbing, called directly", callbacks, ("qbApply", "qbUseCallbacks"), "function"),
-        Plant(True, "dynamic import('./m')", at("dynamic"), ("qbDynamicallyImported",), "function"),
+        Plant(False, "function whose only use is its own recursive call", core, ("qbDeadRecursive",), "function"),
+        Plant(True, "import('./m').then((m) => m.f())", at("dynamic"), ("qbDynamicallyImported",), "function"),
+        Plant(True, "const m = await import('./m'); m.f()", at("awaited"), ("qbAwaitImported",), "function"),
+        Plant(True, "plumbing, called directly", driver, ("qbAwaitDynamic",), "function"),
         Plant(True, "re-exported by the entry file", at("public"), ("qbPublic",), "function"),
         Plant(True, "re-export through a barrel", at("reexport"), ("qbReexported",), "function"),
         Plant(True, "plumbing, called by the entry file", driver, ("qbDrive",), "function"),
@@ -581,8 +639,9 @@ def plants_of(base):
             Plant(True, "const { f } = require('./m')", core, ("qbRequiredDestructured",), "function"),
             Plant(True, "const m = require('./m'); m.f()", core, ("qbViaModule",), "function"),
             Plant(True, "require('./m').f()", core, ("qbViaRequireProperty",), "function"),
-            Plant(True, "module.exports = f; require('./m')()", at("single"), ("qbModuleFunction",), "function"),
+            Plant(True, "module.exports = f; const f = require('./m'); f()", at("single"), ("qbModuleFunction",), "function"),
             Plant(True, "exports.f = f", at("exports_dot"), ("qbExportsProperty",), "function"),
+            Plant(True, "module.exports = f; require('./m')()", at("called_require"), ("qbCalledOnRequire",), "function"),
             Plant(True, "arrow function bound to a const, required", at("values"), ("qbArrowRequired",), "function"),
             Plant(True, "function expression bound to a const, required", at("values"), ("qbFunctionExpressionRequired",), "function"),
             Plant(True, f"service.{m3}(), service returned by a call", classes, (f"QbService.{m3}",), "method"),
@@ -597,6 +656,8 @@ def plants_of(base):
             Plant(False, "enum", core, ("QbDeadEnum",), "enum"),
             Plant(True, "named import", core, ("qbImported",), "function"),
             Plant(True, "namespace import + member", core, ("qbViaNamespace",), "function"),
+            Plant(True, "namespace object passed as a value", at("namespace_value"), ("qbThroughNamespaceValue",), "function"),
+            Plant(True, "plumbing, called directly", driver, ("qbCallThrough",), "function"),
             Plant(True, "default import", at("default"), ("qbDefaultImported",), "function"),
             Plant(True, "arrow function bound to a const, imported", at("values"), ("qbArrowImported",), "function"),
             Plant(True, "function expression bound to a const, imported", at("values"), ("qbFunctionExpressionImported",), "function"),

@@ -8,7 +8,7 @@ the plain copy, run knip (unused files and exports) and madge (circular imports)
 pinned peers/ and set their findings beside quarry's. Prints markdown tables and writes the
 details to the results directory.
 
-    script_precision.py [--only NAME,...] [--quarry PATH] [--results DIR] [--no-peers]
+    script_precision.py [--only NAME,...] [--keep] [--quarry PATH] [--results DIR] [--no-peers]
 """
 
 import argparse
@@ -19,6 +19,7 @@ import shutil
 import sqlite3
 import subprocess
 import sys
+import tempfile
 import time
 
 import script_plants
@@ -30,6 +31,8 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 SCRIPT_EXTENSIONS = (".js", ".mjs", ".cjs", ".jsx", ".ts", ".mts", ".cts", ".tsx")
 DEFINITION_KINDS = ("function", "class", "method", "interface", "type_alias", "enum")
 EVIDENCE = {"exact", "import", "local"}
+# The directory names of quarry's test rule.
+TEST_DIRECTORIES = {"test", "tests", "testing", "__tests__", "spec", "specs"}
 
 
 def run(command, cwd=None, check=True):
@@ -49,8 +52,6 @@ def fetch(spec, tarballs):
 def unpack(base, root, tarballs):
     """A plain copy of the code base at `root`: its packages unpacked, built output and
     tests dropped, and in a workspace a root package.json naming the packages."""
-    if os.path.exists(root):
-        shutil.rmtree(root)
     for package in base.packages:
         dest = os.path.join(root, package.dest)
         os.makedirs(dest, exist_ok=True)
@@ -268,11 +269,38 @@ def exported_names(root, path):
     return names
 
 
+def entry_files(root):
+    """The files that the package.json files of the copy name literally as entries (main,
+    bin, exports), with the extensions Node would try."""
+    entries = set()
+    for directory, dirs, names in os.walk(root):
+        dirs[:] = [d for d in dirs if d not in (".quarry", "node_modules")]
+        if "package.json" not in names:
+            continue
+        with open(os.path.join(directory, "package.json"), encoding="utf-8") as f:
+            manifest = json.load(f)
+        values = [manifest.get("main"), manifest.get("bin"), manifest.get("exports")]
+        while values:
+            value = values.pop()
+            if isinstance(value, dict):
+                values.extend(value.values())
+            elif isinstance(value, list):
+                values.extend(value)
+            elif isinstance(value, str):
+                path = os.path.normpath(os.path.join(os.path.relpath(directory, root), value))
+                for candidate in (path, path + ".js", os.path.join(path, "index.js")):
+                    if os.path.isfile(os.path.join(root, candidate)):
+                        entries.add(candidate)
+    return entries
+
+
 def quarry_unused(root, db, findings):
     """quarry's findings in knip's terms: top-level definitions listed dead that the file
-    exports ({(file, name)}), those it does not, and the production script files nothing
-    outside them uses and that export nothing public (quarry has no query for unused files;
-    this reads the index)."""
+    exports ({(file, name)}), those it does not, and the files that define something of
+    which nothing is used from another file and nothing is public. quarry has no query for
+    unused files; this reads the index. Files that define nothing (barrels of re-exports)
+    are left out: an import through a barrel binds to the definition it re-exports, so the
+    index holds no use of the barrel itself. Entry files package.json names are left out."""
     exported, local = set(), set()
     lines = {}
     for f in findings.values():
@@ -285,18 +313,53 @@ def quarry_unused(root, db, findings):
         text = lines[path][f["line"] - 1] if f["line"] - 1 < len(lines[path]) else ""
         is_export = EXPORT_LINE.match(text) or f["name"] in exported_names(root, path)
         (exported if is_export else local).add((path, f["name"]))
+    entries = entry_files(root)
     with sqlite3.connect(f"file:{db}?mode=ro", uri=True) as con:
         unused_files = [
             row[0]
             for row in con.execute(
                 "SELECT f.path FROM files f WHERE f.language IN ('javascript', 'typescript') "
+                "AND EXISTS (SELECT 1 FROM symbols s WHERE s.file_id = f.id "
+                "  AND s.kind NOT IN ('import', 'module', 'toplevel')) "
                 "AND NOT EXISTS (SELECT 1 FROM symbols s WHERE s.file_id = f.id AND s.is_export) "
                 "AND NOT EXISTS (SELECT 1 FROM symbols s JOIN edges e ON e.target_id = s.id "
                 "  JOIN symbols u ON u.id = e.source_id WHERE s.file_id = f.id AND u.file_id != f.id) "
                 "ORDER BY f.path"
             )
+            if row[0] not in entries
         ]
     return exported, local, unused_files
+
+
+def knip_only_reason(con, path, name):
+    """Why quarry does not list an export knip reports unused, as the index shows it."""
+    row = con.execute(
+        "SELECT s.id, s.kind, s.is_export FROM symbols s JOIN files f ON f.id = s.file_id "
+        "WHERE f.path = ? AND s.name = ? AND s.kind NOT IN ('module', 'toplevel') "
+        "ORDER BY s.kind = 'import'",
+        (path, name),
+    ).fetchone()
+    if row is None:
+        return "not a definition in the index"
+    sid, kind, is_export = row
+    if kind == "import":
+        return "a re-exported name, not a definition"
+    if kind in ("constant", "variable"):
+        return "constant or variable: never a dead-code candidate"
+    uses = con.execute(
+        "SELECT u.file_id = s.file_id, e.resolution FROM edges e JOIN symbols u ON u.id = e.source_id "
+        "JOIN symbols s ON s.id = e.target_id WHERE e.target_id = ?",
+        (sid,),
+    ).fetchall()
+    if uses and all(same for same, _ in uses):
+        return "used in its own file"
+    if uses:
+        return "used from another file" + ("" if any(r in EVIDENCE for _, r in uses) else " (guessed)")
+    if is_export:
+        return "public (an entry exports it)"
+    if TEST_DIRECTORIES & set(path.split("/")[:-1]):
+        return "in a file quarry's test rule takes for a test (a `testing` directory)"
+    return "no use, yet not listed"
 
 
 def cycle_sets(quarry_cycles, madge_cycles):
@@ -315,7 +378,10 @@ def compare(base, root, bin_dir, db, findings, quarry_cycles):
     madge_cycles = run_madge(bin_dir, root, base)
     q_exports, q_local, q_files = quarry_unused(root, db, findings)
     q_cycle_files, m_cycle_files = cycle_sets(quarry_cycles, madge_cycles)
+    with sqlite3.connect(f"file:{db}?mode=ro", uri=True) as con:
+        knip_only = {f"{f}:{n}": knip_only_reason(con, f, n) for f, n in sorted(knip_exports - q_exports)}
     return {
+        "knip_only_reasons": knip_only,
         "knip_command": "knip " + " ".join(KNIP_ARGS) + f"  (knip.json: {json.dumps(base.knip or {})})",
         "madge_command": " ".join(["madge", *madge_command(bin_dir, base)[1:]]),
         "knip_files": knip_files,
@@ -375,6 +441,7 @@ PEER_HEADER = [
     "code base",
     "unused files knip / quarry (both)",
     "unused exports knip / quarry (both)",
+    "knip only, by the index",
     "quarry dead, not exported",
     "files on cycles madge / quarry (both)",
     "cycles madge / quarry",
@@ -386,10 +453,18 @@ def peer_row(r):
     kf, qf = set(c["knip_files"]), set(c["quarry_files"])
     ke, qe = set(map(tuple, c["knip_exports"])), set(map(tuple, c["quarry_exports"]))
     mc, qc = set(c["madge_cycle_files"]), set(c["quarry_cycle_files"])
+    reasons = list(c["knip_only_reasons"].values())
+    why = ", ".join(
+        f"{sum(1 for x in reasons if x.startswith(k))} {label}"
+        for k, label in (("used in its own", "used in own file"), ("constant", "constants"), ("public", "public"),
+                         ("used from", "used elsewhere"), ("a re-export", "re-exports"), ("in a file", "in tests"))
+        if any(x.startswith(k) for x in reasons)
+    )
     return [
         r["name"],
         f"{len(kf)} / {len(qf)} ({len(kf & qf)})",
         f"{len(ke)} / {len(qe)} ({len(ke & qe)})",
+        why or "-",
         str(len(c["quarry_local"])),
         f"{len(mc)} / {len(qc)} ({len(mc & qc)})",
         f"{len(c['madge_cycles'])} chains / {len(c['quarry_cycles'])} sets",
@@ -420,13 +495,15 @@ def detail(r):
         out += ["", "### Unused files", ""]
         out.append(table(["file", "knip", "quarry"], [[f"`{f}`", yes(f in kf), yes(f in qf)] for f in sorted(kf | qf)]))
         ke, qe = set(map(tuple, c["knip_exports"])), set(map(tuple, c["quarry_exports"]))
-        ql = set(map(tuple, c["quarry_local"]))
         out += ["", "### Unused exports (knip: exports and types; quarry: exported top-level definitions listed dead)", ""]
+        reasons = c["knip_only_reasons"]
         out.append(
             table(
-                ["file", "name", "knip", "quarry"],
-                [[f"`{f}`", f"`{n}`", yes((f, n) in ke), yes((f, n) in qe) + (" (not exported)" if (f, n) in ql else "")]
-                 for f, n in sorted(ke | qe | (ql & ke))],
+                ["file", "name", "knip", "quarry", "why quarry does not list it (from the index)"],
+                [
+                    [f"`{f}`", f"`{n}`", yes((f, n) in ke), yes((f, n) in qe), reasons.get(f"{f}:{n}", "")]
+                    for f, n in sorted(ke | qe)
+                ],
             )
         )
         out += ["", "### Cycles", "", "madge:", ""]
@@ -440,13 +517,24 @@ def yes(flag):
     return "yes" if flag else "-"
 
 
-def measure(base, quarry, results, bin_dir):
-    work = os.path.join(results, "scripts", base.name)
+def measure(base, quarry, results, bin_dir, keep):
+    """Fetches, copies, plants and measures one code base. The copies live in a temporary
+    directory outside any git work tree: quarry and knip leave out what an enclosing
+    work tree ignores, and the results directory usually is one (build/)."""
+    work = tempfile.mkdtemp(prefix=f"quarry-scripts-{base.name}-")
+    try:
+        return measure_in(base, quarry, results, bin_dir, work)
+    finally:
+        if keep:
+            print(f"{base.name}: kept {work}", file=sys.stderr)
+        else:
+            shutil.rmtree(work)
+
+
+def measure_in(base, quarry, results, bin_dir, work):
     tarballs = os.path.join(results, "tarballs")
     plain, planted = os.path.join(work, "plain"), os.path.join(work, "planted")
     unpack(base, plain, tarballs)
-    if os.path.exists(planted):
-        shutil.rmtree(planted)
     shutil.copytree(plain, planted)
     script_plants.plant(base, planted)
     files = [f for f in script_files(plain)]
@@ -475,6 +563,7 @@ def main():
     parser.add_argument("--results", default=os.path.join(HERE, "..", "..", "build", "precision"))
     parser.add_argument("--only", help="comma-separated code base names")
     parser.add_argument("--no-peers", action="store_true", help="do not run knip and madge")
+    parser.add_argument("--keep", action="store_true", help="keep the plain and planted copies")
     args = parser.parse_args()
     sys.stdout.reconfigure(line_buffering=True)
     by_name = {base.name: base for base in CODE_BASES}
@@ -490,7 +579,7 @@ def main():
     for name in chosen:
         print(f"{name}: fetching, planting, indexing{'' if args.no_peers else ', running knip and madge'}...", file=sys.stderr)
         try:
-            r = measure(by_name[name], quarry, results_dir, bin_dir)
+            r = measure(by_name[name], quarry, results_dir, bin_dir, args.keep)
         except subprocess.CalledProcessError as e:
             print(f"{name}: {' '.join(map(str, e.cmd))} failed with status {e.returncode}\n{e.stderr}", file=sys.stderr)
             failed.append(name)
