@@ -107,6 +107,12 @@ export function qbPublic(): number {
   return 15;
 }
 """,
+    "qb_plant_public_star.ts": """\
+// Planted: a function the entry file re-exports with export *, so public.
+export function qbPublicStar(): number {
+  return 19;
+}
+""",
     "qb_plant_dynamic.ts": """\
 // Planted: a function reached through a dynamic import.
 export function qbDynamicallyImported(): number {
@@ -291,6 +297,7 @@ export function qbDrive(options: QbOptions): unknown[] {
 TS_ENTRY = """
 ${banner}\
 export { qbPublic } from './qb_plant_public';
+export * from './qb_plant_public_star';
 import { qbDrive } from './qb_plant_driver';
 
 qbDrive({ qbSize: 1 });
@@ -662,6 +669,7 @@ def plants_of(base):
             Plant(True, "arrow function bound to a const, imported", at("values"), ("qbArrowImported",), "function"),
             Plant(True, "function expression bound to a const, imported", at("values"), ("qbFunctionExpressionImported",), "function"),
             Plant(True, "export * through a barrel", at("star"), ("qbStarExported",), "function"),
+            Plant(True, "re-exported by the entry file with export *", at("public_star"), ("qbPublicStar",), "function"),
             Plant(True, f"service.{m3}(), service: QbService annotated", classes, (f"QbService.{m3}",), "method"),
             Plant(True, "method called through an interface it implements", classes, ("QbSquare.qbArea",), "method"),
             Plant(True, "interface only in a type annotation", types, ("QbShape",), "interface"),
