@@ -11,8 +11,10 @@ sites add a component used as a JSX element.
 """
 
 import glob
+import json
 import os
 import re
+import shutil
 from dataclasses import dataclass
 from string import Template
 
@@ -731,8 +733,6 @@ def plant(base, root):
 
 def package_name(root, entry):
     """The name of the package.json nearest above `entry` (relative to `root`)."""
-    import json
-
     directory = os.path.dirname(os.path.join(root, entry))
     while not os.path.exists(os.path.join(directory, "package.json")):
         directory = os.path.dirname(directory)
@@ -776,8 +776,6 @@ def is_planted(path):
 
 def drop(root, patterns):
     """Removes what the patterns (relative to `root`, `**` for any depth) match."""
-    import shutil
-
     for pattern in patterns:
         for path in sorted(glob.glob(os.path.join(root, pattern), recursive=True), reverse=True):
             if ".quarry" in path.split(os.sep) or "node_modules" in path.split(os.sep):

@@ -229,9 +229,7 @@ def run_knip(bin_dir, root, base):
     for issue in report.get("issues", []):
         if issue.get("files"):
             files.add(issue["file"])
-        for key in ("exports", "types", "enumMembers"):
-            if key == "enumMembers":
-                continue
+        for key in ("exports", "types"):
             for item in issue.get(key, []) or []:
                 exports.add((issue["file"], item["name"]))
     return sorted(files), exports
@@ -537,7 +535,7 @@ def measure_in(base, quarry, results, bin_dir, work):
     unpack(base, plain, tarballs)
     shutil.copytree(plain, planted)
     script_plants.plant(base, planted)
-    files = [f for f in script_files(plain)]
+    files = script_files(plain)
     seconds, db, findings, _ = run_quarry(quarry, planted)
     r = {
         "name": base.name,
