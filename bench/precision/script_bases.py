@@ -1,9 +1,9 @@
 """The real JavaScript and TypeScript code bases the script precision benchmark plants into.
 
 Each code base is one or more npm packages at pinned versions that ship their sources,
-fetched with `npm pack` and unpacked into a copy: alone at the top of the copy, or, for a
-workspace, each under `packages/` beside a root package.json that names them as its
-workspaces. Built output and tests are left out: the tools measured here judge production
+fetched with `npm pack` into the results directory and unpacked into a copy: alone at the
+top of the copy, or, for a workspace, each under `packages/` beside a root package.json
+that names them as its workspaces. Built output and tests are left out: the tools measured here judge production
 sources, and the entries that package.json writes as built files (`dist/index.js`) are
 looked up as their sources.
 
