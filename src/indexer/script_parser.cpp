@@ -150,7 +150,7 @@ class ScriptBuilder {
     return static_cast<int>(m_.scopes.size()) - 1;
   }
 
-  // A definition named `name` of `kind` in `scope`, bound there.
+  // A definition named `name` (never empty) of `kind` in `scope`, bound there.
   int define(int in_scope, const std::string& name, std::string_view kind, TSNode node) {
     Definition made;
     made.name = name;
@@ -221,6 +221,7 @@ class ScriptBuilder {
   // A symbol of kind import named `name` in the module scope that stands for what `binding`
   // names, unbound in the file: an export the resolver follows as a re-export.
   void alias_import(const std::string& name, const Binding& binding, TSNode node) {
+    if (name.empty()) return;
     exports_.push_back(name);
     Definition made;
     made.name = name;
@@ -260,6 +261,9 @@ class ScriptBuilder {
       return std::nullopt;
     }
     std::reverse(names.begin(), names.end());
+    // A name the parser made up to recover from an error names nothing.
+    if (std::any_of(names.begin(), names.end(), [](const std::string& n) { return n.empty(); }))
+      return std::nullopt;
     return names;
   }
 
@@ -305,7 +309,7 @@ class ScriptBuilder {
           break;
         }
         node = inner;
-      } else if (type == "identifier" || type == "this") {
+      } else if ((type == "identifier" || type == "this") && !raw_text(node).empty()) {
         walk.names.push_back(text(node));
         break;
       } else if (type == "super") {
@@ -377,6 +381,10 @@ class ScriptBuilder {
         if (type_of(declarator) == "variable_declarator")
           visit_declarator(frame, declarator, constant);
       }
+    } else if ((type == "interface_declaration" || type == "type_alias_declaration" ||
+                type == "enum_declaration") &&
+               raw_text(field(frame.node, "name")).empty()) {
+      push_children(frame);  // a name the parser left out to recover from an error
     } else if (type == "interface_declaration") {
       const int id = define(frame.scope, text(field(frame.node, "name")), "interface", frame.node);
       definition(id).signature = header_of(frame.node, field(frame.node, "body"));
@@ -507,9 +515,14 @@ class ScriptBuilder {
       push(field(node, "type_arguments"), in_scope, source, true);
       node = field(node, "name");
     }
+    if (ts_node_is_null(node)) return;
+    const std::string_view type = type_of(node);
     if (auto chain = chain_of(node)) {
       use(kind, in_scope, source, std::move(*chain), line_of(node));
-    } else {
+    } else if (type != "type_identifier" && type != "nested_type_identifier" &&
+               type != "identifier") {
+      // Some other type expression, whose names are read one by one (a name that names
+      // nothing, made up by the parser, is left: visiting it would come back here).
       push(node, in_scope, source, kind != UseKind::reference);
     }
   }
@@ -813,7 +826,7 @@ class ScriptBuilder {
       return;
     }
     if (!ts_node_is_null(export_statement_) && frame.scope == MODULE_SCOPE &&
-        type_of(name) == "identifier" && value_type == "object" &&
+        type_of(name) == "identifier" && value_type == "object" && !raw_text(name).empty() &&
         !scope(frame.scope).bindings.contains(text(name))) {
       define_object(frame, text(name), value, declarator, constant);
       push(annotation, frame.scope, frame.owner, true);
@@ -1123,6 +1136,10 @@ class ScriptBuilder {
         define_function(frame, own, value, value);
       }
       alias_export(name, m_.module, own, value);
+      return;
+    }
+    if (name.empty()) {
+      push(value, frame.scope, frame.owner);
       return;
     }
     if (!scope(frame.scope).bindings.contains(name)) {

@@ -166,7 +166,11 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
                !in(s.method_of, -1, defs - 1);
     for (const auto& [name, b] : s.bindings)
       bad |= !in(b.definition, -1, defs - 1) || bad_hints(b.hints);
-    if (bad) fail("scope " + show(s.fqn));
+    if (bad) {
+      std::string detail = " parent " + std::to_string(s.parent) + " owner " + std::to_string(s.owner) + " method_of " + std::to_string(s.method_of);
+      for (const auto& [name, b] : s.bindings) detail += " [" + name + " def " + std::to_string(b.definition) + " hints " + std::to_string(b.hints.size()) + (bad_hints(b.hints) ? " BAD" : "") + "]";
+      fail("scope " + show(s.fqn) + detail);
+    }
   }
   for (const indexer::Use& use : m.uses) {
     if (!in(use.scope, 0, scopes - 1) || !in(use.source, 0, defs - 1) || !in(use.line, 1, lines))
