@@ -5,6 +5,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <ranges>
 #include <tuple>
 #include <unordered_map>
@@ -113,21 +114,49 @@ struct File {
   bool test = false;    // its path is a test path
 };
 
-// One symbol; its texts are ranges of the listing's one text buffer.
+// Texts copied into blocks that never move, so that views of them stay valid.
+class TextStore {
+ public:
+  std::string_view add(std::string_view text) {
+    if (text.size() > free_) {
+      const std::size_t size = std::max(BLOCK, text.size());
+      blocks_.push_back(std::make_unique_for_overwrite<char[]>(size));
+      next_ = blocks_.back().get();
+      free_ = size;
+    }
+    if (!text.empty()) std::memcpy(next_, text.data(), text.size());
+    const std::string_view stored(next_, text.size());
+    next_ += text.size();
+    free_ -= text.size();
+    return stored;
+  }
+
+ private:
+  static constexpr std::size_t BLOCK = std::size_t{1} << 22;
+  std::vector<std::unique_ptr<char[]>> blocks_;
+  char* next_ = nullptr;
+  std::size_t free_ = 0;
+};
+
+// One symbol. Its texts lie in a TextStore; the name is the end of the fqn when the fqn
+// ends with it. SQLite's texts are shorter than 2 GiB, so their sizes fit 32 bits.
 struct Definition {
+  const char* fqn = nullptr;
+  const char* name = nullptr;
   std::int64_t line = 0;
+  std::uint32_t fqn_size = 0, name_size = 0;
   std::uint32_t file = NONE;  // position in the files, or NONE when its file_id names none
   std::uint32_t kind = 0;     // position in the distinct kinds
-  std::uint32_t name = 0, name_size = 0;
-  std::uint32_t fqn = 0, fqn_size = 0;
   std::uint8_t bits = 0;
+
+  std::string_view fqn_text() const { return {fqn, fqn_size}; }
+  std::string_view name_text() const { return {name, name_size}; }
 };
 
 // The symbols with one fqn, found by hashing: the positions are chained per bucket.
 class FqnIndex {
  public:
-  FqnIndex(const std::vector<Definition>& symbols, const std::string& texts)
-      : symbols_(symbols), texts_(texts) {
+  explicit FqnIndex(const std::vector<Definition>& symbols) : symbols_(symbols) {
     std::size_t buckets = 1;
     while (buckets < symbols.size() * 2)
       buckets *= 2;
@@ -150,9 +179,7 @@ class FqnIndex {
     return false;
   }
 
-  std::string_view fqn(std::uint32_t i) const {
-    return std::string_view(texts_).substr(symbols_[i].fqn, symbols_[i].fqn_size);
-  }
+  std::string_view fqn(std::uint32_t i) const { return symbols_[i].fqn_text(); }
 
  private:
   std::size_t bucket(std::string_view text) const {
@@ -160,7 +187,6 @@ class FqnIndex {
   }
 
   const std::vector<Definition>& symbols_;
-  const std::string& texts_;
   std::vector<std::uint32_t> heads_;
   std::vector<std::uint32_t> next_;
 };
@@ -208,7 +234,14 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
   std::vector<std::int64_t> ids;
   std::vector<Definition> symbols;
   std::vector<std::string> kinds;
-  std::string texts;
+  TextStore texts;
+  {
+    // Reserved, so that the largest vectors never hold two copies while they grow.
+    RowScan count(database, "SELECT COUNT(*) FROM symbols");
+    const auto rows = static_cast<std::size_t>(count.next() ? count.integer(0) : 0);
+    ids.reserve(rows);
+    symbols.reserve(rows);
+  }
   {
     RowScan rows(database,
                  "SELECT id, file_id, kind, name, fqn, start_line, is_export, signature FROM "
@@ -231,14 +264,12 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
         if (last_kind == kinds.size()) kinds.emplace_back(*kind);
       }
       symbol.kind = last_kind;
-      if (texts.size() + name->size() + fqn->size() > std::numeric_limits<std::uint32_t>::max())
-        return std::nullopt;
-      symbol.name = static_cast<std::uint32_t>(texts.size());
+      const std::string_view stored = texts.add(*fqn);
+      symbol.fqn = stored.data();
+      symbol.fqn_size = static_cast<std::uint32_t>(stored.size());
+      symbol.name = stored.ends_with(*name) ? stored.data() + stored.size() - name->size()
+                                            : texts.add(*name).data();
       symbol.name_size = static_cast<std::uint32_t>(name->size());
-      texts += *name;
-      symbol.fqn = static_cast<std::uint32_t>(texts.size());
-      symbol.fqn_size = static_cast<std::uint32_t>(fqn->size());
-      texts += *fqn;
       if (rows.integer_if(6) == 0) symbol.bits |= NOT_EXPORTED;
       if (const std::optional<std::string_view> signature = rows.text_if(7)) {
         if (signature->starts_with('@')) symbol.bits |= DECORATED;
@@ -251,12 +282,7 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
   // A family's key holds the kind's position in 24 bits.
   if (kinds.size() >= (std::size_t{1} << 24)) return std::nullopt;
   const IdPositions symbol_positions(ids);
-  const auto text_of = [&texts](std::uint32_t offset, std::uint32_t size) {
-    return std::string_view(texts).substr(offset, size);
-  };
-  const auto name_of = [&](std::uint32_t i) {
-    return text_of(symbols[i].name, symbols[i].name_size);
-  };
+  const auto name_of = [&symbols](std::uint32_t i) { return symbols[i].name_text(); };
 
   // Every edge into a symbol is a use: from a test file's symbol, or from production (any
   // other source, one that names no symbol included).
@@ -347,7 +373,7 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
     return found == families.end() ? 0 : found->second;
   };
 
-  const FqnIndex by_fqn(symbols, texts);
+  const FqnIndex by_fqn(symbols);
   // The targets of a class's hierarchy edges, looked up once per class asked about. The
   // kinds are tested here: with `kind IN (...)` in the search SQLite builds the list's
   // table anew at each run.
@@ -373,7 +399,7 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
   const auto unseen = [&](std::uint32_t i) {
     const Definition& s = symbols[i];
     const std::string_view name = name_of(i);
-    const std::string_view parent = parent_fqn(text_of(s.fqn, s.fqn_size), name);
+    const std::string_view parent = parent_fqn(s.fqn_text(), name);
     if (by_fqn.any_of(parent, [&](std::uint32_t p) {
           return symbols[p].file == s.file &&
                  (symbols[p].kind == function || symbols[p].kind == method);
@@ -468,7 +494,7 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
     const DeadConfidence confidence =
         reasons.empty() ? DeadConfidence::certain : DeadConfidence::likely;
     page.symbols.push_back(UnusedSymbol{
-        {std::string(text_of(s.fqn, s.fqn_size)), std::string(name_of(entry.symbol)), kinds[s.kind],
+        {std::string(s.fqn_text()), std::string(name_of(entry.symbol)), kinds[s.kind],
          files[s.file].path, s.line},
         confidence,
         std::move(reasons),
