@@ -156,8 +156,9 @@ class QualityQueries {
   // symbols, the edges and the pending references, the listing decided in memory (the
   // hierarchy edges of the classes that a method's rules ask about are looked up by
   // source), in one read transaction. Gives the same page as dead_code_by_statements, or
-  // nothing, leaving the listing to it, when a component is named or a symbols row breaks
-  // the schema (a kind, name or fqn that is NULL, a start line that is no integer).
+  // nothing, leaving the listing to it, when a component is named, a symbols row breaks the
+  // schema (a kind, name or fqn that is NULL, a start line that is no integer) or the
+  // symbols have more than 64 kinds.
   std::optional<DeadCodePage> scan_dead_code(const DeadCodeOptions& options);
 
   // The dependency cycles of production code between components (`level` "component")

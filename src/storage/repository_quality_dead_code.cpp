@@ -122,8 +122,8 @@ DeadCodePage QualityQueries::dead_code_by_statements(const DeadCodeOptions& opti
   // filter's scan, the names of guessed uses are read for their names alone, and the ranked
   // statement orders every candidate by its flags, path and line and counts them all beside
   // the page's ids and flags; the texts and the test use are then read for the page's rows
-  // alone. Candidates equal in the three keys come by file id, kind and id, the order in
-  // which the filter reads them from a file and the symbols of each file by kind.
+  // alone. Candidates equal in the three keys come by file id, kind and id: the order in
+  // which the filter reads them (the files by id, the symbols of each by idx_symbols_file).
   const std::string ranked =
       data +
       ", candidate AS MATERIALIZED (SELECT s.id AS id, s.name AS name, f.path AS path, "

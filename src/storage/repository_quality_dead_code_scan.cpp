@@ -26,6 +26,9 @@ using detail::IdPositions;
 using detail::RowScan;
 
 constexpr std::uint32_t NONE = IdPositions::NONE;
+// The most distinct symbol kinds the listing tells apart in memory (the indexer writes a
+// dozen): each symbol's kind is found among them by comparison.
+constexpr std::uint32_t MAX_KINDS = 64;
 
 // What the edges and the signature tell of one symbol.
 enum SymbolBit : std::uint8_t {
@@ -261,6 +264,7 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
       if (kinds.empty() || kinds[last_kind] != *kind) {
         last_kind = static_cast<std::uint32_t>(std::find(kinds.begin(), kinds.end(), *kind) -
                                                kinds.begin());
+        if (last_kind == MAX_KINDS) return std::nullopt;
         if (last_kind == kinds.size()) kinds.emplace_back(*kind);
       }
       symbol.kind = last_kind;
@@ -279,8 +283,6 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
       symbols.push_back(symbol);
     }
   }
-  // A family's key holds the kind's position in 24 bits.
-  if (kinds.size() >= (std::size_t{1} << 24)) return std::nullopt;
   const IdPositions symbol_positions(ids);
   const auto name_of = [&symbols](std::uint32_t i) { return symbols[i].name_text(); };
 
@@ -350,8 +352,9 @@ std::optional<DeadCodePage> QualityQueries::scan_dead_code(const DeadCodeOptions
 
   // The sizes of the dispatch families: symbols per file, kind and prefix.
   const auto family_key = [](std::uint32_t file, std::uint32_t kind, std::size_t prefix) {
-    return (std::uint64_t{file} << 32) | (std::uint64_t{kind} << 8) | prefix;
+    return (std::uint64_t{file} << 32) | (std::uint64_t{kind} << 16) | prefix;
   };
+  static_assert(MAX_KINDS <= 0xffff && DISPATCH_PREFIXES.size() <= 0xffff);
   static_assert(std::ranges::none_of(DISPATCH_PREFIXES,
                                      [](std::string_view prefix) { return prefix.empty(); }));
   std::array<bool, 256> prefix_start{};  // the first bytes of the prefixes
