@@ -112,13 +112,18 @@ TEST(ScriptModules, PackagesAndPathMappingsResolveBareSpecifiers) {
   indexer::ScriptPackage ui{
       "packages/ui", "@org/ui", {"./dist/index.js"}, {{"./button", "./src/button.tsx"}}, false};
   indexer::ScriptPackage cli{"tools/cli", "cli", {"bin/run.js"}, {}, false};
+  // Built entries in nested output directories, named by another extension than the source's.
+  indexer::ScriptPackage core{
+      "pkgs/core", "@q/core", {"./build/modern/index.js", "./build/legacy/index.d.cts"}, {}, false};
+  // Entries that name nothing in the repository: its index file stands for them.
+  indexer::ScriptPackage bare{"pkgs/bare", "bare", {"./gone.js"}, {}, false};
   indexer::ScriptPathMapping web{
       "apps/web", "apps/web/src", {{"@lib/*", {"libs/*/src"}}, {"config", {"apps/web/config.ts"}}}};
   const ScriptModules modules(
       {"packages/ui/src/index.ts", "packages/ui/src/button.tsx", "packages/ui/src/theme.ts",
        "tools/cli/bin/run.js", "libs/auth/src/index.ts", "apps/web/src/pages/home.tsx",
-       "apps/web/config.ts"},
-      {}, {ui, cli}, {web});
+       "apps/web/config.ts", "pkgs/core/src/index.ts", "pkgs/bare/index.js"},
+      {}, {ui, cli, core, bare}, {web});
   const struct {
     std::string importer;
     std::string specifier;
@@ -129,6 +134,8 @@ TEST(ScriptModules, PackagesAndPathMappingsResolveBareSpecifiers) {
       {"apps/web/src/main.ts", "@org/ui/src/theme", "packages/ui/src/theme.ts"},  // a path inside
       {"apps/web/src/main.ts", "@org/uikit", std::nullopt},                       // another package
       {"apps/web/src/main.ts", "cli", "tools/cli/bin/run.js"},
+      {"apps/web/src/main.ts", "@q/core", "pkgs/core/src/index.ts"},
+      {"apps/web/src/main.ts", "bare", "pkgs/bare/index.js"},
       {"apps/web/src/main.ts", "@lib/auth", "libs/auth/src/index.ts"},        // paths pattern
       {"apps/web/src/main.ts", "config", "apps/web/config.ts"},               // exact pattern
       {"apps/web/src/main.ts", "pages/home", "apps/web/src/pages/home.tsx"},  // baseUrl
@@ -139,6 +146,9 @@ TEST(ScriptModules, PackagesAndPathMappingsResolveBareSpecifiers) {
   for (const auto& c : cases) {
     EXPECT_EQ(modules.resolve(c.importer, c.specifier), c.file) << c.importer << " " << c.specifier;
   }
+  EXPECT_EQ(modules.entry_files(core),
+            (std::vector<std::string>{"pkgs/core/src/index.ts", "pkgs/core/src/index.ts"}));
+  EXPECT_EQ(modules.entry_files(bare), std::vector<std::string>{"pkgs/bare/index.js"});
   ASSERT_NE(modules.package_of("packages/ui/src/theme.ts"), nullptr);
   EXPECT_EQ(modules.package_of("packages/ui/src/theme.ts")->name, "@org/ui");
   EXPECT_EQ(modules.package_of("libs/auth/src/index.ts"), nullptr);

@@ -105,10 +105,8 @@ void mark_script_entry_points(const std::vector<std::string>& paths, const Scrip
     if (is_tool_config(path)) pending.push_back(modules.module_of(path));
   }
   for (const ScriptPackage& package : modules.packages()) {
-    for (const std::string& entry : package.entries) {
-      if (const auto file = modules.entry_file(package, entry))
-        pending.push_back(modules.module_of(*file));
-    }
+    for (const std::string& file : modules.entry_files(package))
+      pending.push_back(modules.module_of(file));
   }
   PublicMarker(models, by_module).mark(pending);
 }

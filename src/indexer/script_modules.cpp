@@ -155,8 +155,14 @@ std::string joined(std::string_view directory, std::string_view path) {
 
 // Directories that hold what a build makes from src/, nested as builds nest them
 // (dist/cjs/index.js, lib/esm/index.js).
-constexpr std::array<std::string_view, 11> OUTPUT_DIRECTORIES{
-    "dist/", "lib/", "build/", "out/", "esm/", "es/", "cjs/", "esm5/", "types/", "umd/", "module/"};
+constexpr std::array<std::string_view, 13> OUTPUT_DIRECTORIES{
+    "dist/", "lib/",   "build/", "out/",    "esm/",    "es/",    "cjs/",
+    "esm5/", "types/", "umd/",   "module/", "modern/", "legacy/"};
+
+// The extensions of built files, longest first where one ends another: a built file names
+// its source by its stem (index.cjs and index.d.ts are built from index.ts).
+constexpr std::array<std::string_view, 6> BUILT_EXTENSIONS{".d.ts", ".d.mts", ".d.cts",
+                                                           ".js",   ".mjs",   ".cjs"};
 
 }  // namespace
 
@@ -205,11 +211,9 @@ std::optional<std::string> ScriptModules::resolve_package(std::string_view speci
     if (package.name.empty() || !specifier.starts_with(package.name)) continue;
     const std::string_view rest = specifier.substr(package.name.size());
     if (rest.empty()) {
-      for (const std::string& entry : package.entries) {
-        if (auto file = entry_file(package, entry)) return file;
-      }
-      if (auto file = entry_file(package, "index")) return file;
-      return entry_file(package, "src/index");
+      std::vector<std::string> files = entry_files(package);
+      if (files.empty()) return std::nullopt;
+      return std::move(files.front());
     }
     if (rest.front() != '/') continue;
     const std::string subpath = "." + std::string(rest);
@@ -238,13 +242,35 @@ std::optional<std::string> ScriptModules::entry_file(const ScriptPackage& packag
     }
   }
   if (!stripped) return std::nullopt;
-  for (std::string_view source_directory : {"src/", ""}) {
-    const auto path =
-        normalized(joined(package.directory, std::string(source_directory) + std::string(entry)));
-    if (!path) continue;
-    if (auto file = resolve_path(*path)) return file;
+  std::string_view stem = entry;
+  for (std::string_view extension : BUILT_EXTENSIONS) {
+    if (stem.ends_with(extension)) {
+      stem.remove_suffix(extension.size());
+      break;
+    }
+  }
+  for (std::string_view written : {entry, stem}) {
+    for (std::string_view source_directory : {"src/", ""}) {
+      const auto path = normalized(
+          joined(package.directory, std::string(source_directory) + std::string(written)));
+      if (!path) continue;
+      if (auto file = resolve_path(*path)) return file;
+    }
   }
   return std::nullopt;
+}
+
+std::vector<std::string> ScriptModules::entry_files(const ScriptPackage& package) const {
+  std::vector<std::string> files;
+  for (const std::string& entry : package.entries) {
+    if (auto file = entry_file(package, entry)) files.push_back(std::move(*file));
+  }
+  if (!files.empty()) return files;
+  // None found: the conventional entries of a package's sources.
+  for (std::string_view conventional : {"index", "src/index"}) {
+    if (auto file = entry_file(package, conventional)) return {std::move(*file)};
+  }
+  return files;
 }
 
 const ScriptPackage* ScriptModules::package_of(std::string_view path) const {

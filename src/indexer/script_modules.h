@@ -85,6 +85,10 @@ class ScriptModules {
   // directories it starts with, under src/ or the package's directory.
   std::optional<std::string> entry_file(const ScriptPackage& package, std::string_view entry) const;
 
+  // The files that the entries of `package` name (entry_file), in the order written; when
+  // none is found, its index file, or that of its src/ directory.
+  std::vector<std::string> entry_files(const ScriptPackage& package) const;
+
   // The repository's packages, as given.
   const std::vector<ScriptPackage>& packages() const { return packages_; }
 
