@@ -2,7 +2,7 @@
 // (the same files parsed by tree-sitter alone, as many threads), then times the dead-code
 // listing and the file-level cycles on the index it made.
 //
-//   bench_index [LINES]   (default 200000)
+//   bench_index [LINES] [--scripts]   (default 200000; --scripts: a TypeScript tree)
 #include <sys/resource.h>
 
 #include <chrono>
@@ -10,10 +10,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <string_view>
 
 #include "indexer/indexer.h"
 #include "parse_floor.h"
 #include "python_tree.h"
+#include "script_tree.h"
 #include "storage/repository.h"
 
 namespace {
@@ -42,10 +44,20 @@ double peak_resident_mb() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::size_t wanted = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 200000;
-  const auto root = std::filesystem::temp_directory_path() / "quarry_bench_python_tree";
+  std::size_t wanted = 200000;
+  bool scripts = false;
+  for (int i = 1; i < argc; ++i) {
+    if (std::string_view(argv[i]) == "--scripts") {
+      scripts = true;
+    } else {
+      wanted = std::strtoull(argv[i], nullptr, 10);
+    }
+  }
+  const auto root = std::filesystem::temp_directory_path() /
+                    (scripts ? "quarry_bench_script_tree" : "quarry_bench_python_tree");
   std::filesystem::remove_all(root);
-  const std::size_t lines = quarry::bench::write_python_tree(root, wanted);
+  const std::size_t lines = scripts ? quarry::bench::write_script_tree(root, wanted)
+                                    : quarry::bench::write_python_tree(root, wanted);
   const std::string db = (root / ".quarry" / "index.db").string();
 
   quarry::indexer::IndexSummary summary;
@@ -53,7 +65,7 @@ int main(int argc, char** argv) {
   const double index_seconds =
       seconds_of([&] { summary = quarry::indexer::build_index({.root = root, .db_path = db}); });
   std::printf("indexed %zu lines in %zu files: %.2f s, %.0f lines/s (%zu symbols, %zu edges)\n",
-              lines, summary.python_files, index_seconds,
+              lines, summary.python_files + summary.script_files, index_seconds,
               static_cast<double>(lines) / index_seconds, summary.symbols, summary.edges);
   // The process's peak so far is the indexing's: only the tree's writing ran before it.
   std::printf("indexing CPU: %.2f s; peak resident: %.0f MB\n", cpu_seconds() - cpu_before,

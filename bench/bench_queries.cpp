@@ -131,7 +131,9 @@ void BM_Stats(benchmark::State& state) {
     benchmark::DoNotOptimize(repo.get_stats());
 }
 
-void dead_code_page(benchmark::State& state, bool late) {
+// One page of dead code: the first or one 90% down the listing, by get_dead_code (in
+// memory) or by the statements, which are then checked against the page in memory.
+void dead_code_page(benchmark::State& state, bool late, bool by_statements) {
   auto& repo = repository(scale_arg(state.range(0)));
   quarry::DeadCodeOptions options{.runtime_members = {"get", "append", "items"}};
   if (late) {
@@ -139,23 +141,30 @@ void dead_code_page(benchmark::State& state, bool late) {
     count.limit = 0;
     options.offset = repo.get_dead_code(count).total_count * 9 / 10;
   }
-  std::int64_t total = 0;
+  std::optional<quarry::DeadCodePage> last;
   PeakMemory memory;
   for (auto _ : state) {
-    const auto page = repo.get_dead_code(options);
-    total = page.total_count;
-    benchmark::DoNotOptimize(page);
+    last = by_statements ? repo.dead_code_by_statements(options) : repo.get_dead_code(options);
+    benchmark::DoNotOptimize(*last);
   }
   memory.report(state);
-  state.counters["candidates"] = static_cast<double>(total);
+  state.counters["candidates"] = static_cast<double>(last ? last->total_count : 0);
   state.counters["offset"] = static_cast<double>(options.offset);
+  if (by_statements && last) {
+    const bool same = repo.get_dead_code(options) == *last;
+    state.counters["same_in_memory"] = same ? 1 : 0;
+    if (!same) state.SkipWithError("the listing in memory differs from the statements'");
+  }
 }
 
 void BM_DeadCodeFirstPage(benchmark::State& state) {
-  dead_code_page(state, false);
+  dead_code_page(state, false, false);
 }
 void BM_DeadCodeLatePage(benchmark::State& state) {
-  dead_code_page(state, true);
+  dead_code_page(state, true, false);
+}
+void BM_DeadCodeFirstPageStatements(benchmark::State& state) {
+  dead_code_page(state, false, true);
 }
 
 void cycles(benchmark::State& state, const char* level) {
@@ -236,6 +245,7 @@ BENCHMARK(BM_ImpactFromMedian)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DeadCodeFirstPage)->Apply(scales);
 BENCHMARK(BM_DeadCodeLatePage)->Apply(scales);
+BENCHMARK(BM_DeadCodeFirstPageStatements)->Apply(scales);
 BENCHMARK(BM_CyclesComponent)->Apply(scales);
 BENCHMARK(BM_CyclesFile)->Apply(scales);
 BENCHMARK(BM_CyclesFileByStatement)->Apply(scales);

@@ -1,6 +1,7 @@
 // explain_queries [S|M|L]: prints the query plan SQLite chooses for each statement of the
-// dead-code first page, a one-id caller lookup and the file-level cycles, on the generated
-// index of that scale (default L), as the operations run them (traced, values bound).
+// dead-code first page (in memory and by statements), a one-id caller lookup and the
+// file-level cycles, on the generated index of that scale (default L), as the operations run
+// them (traced, values bound).
 #include <iostream>
 #include <map>
 #include <string>
@@ -22,13 +23,23 @@ void print_plan(quarry::Database& db, const std::string& title, const std::strin
   std::cout << "\n";
 }
 
+// The plan of each distinct statement text, in the order of first run, with the number of
+// runs of those run more than once (a lookup repeated per symbol, say).
 void explain(quarry::Database& db, const std::string& what,
              const std::vector<quarry::bench::TracedStatement>& statements) {
-  for (std::size_t i = 0; i < statements.size(); ++i)
+  std::vector<const quarry::bench::TracedStatement*> distinct;
+  std::map<std::string, std::size_t> runs;
+  for (const auto& statement : statements) {
+    if (runs[statement.sql]++ == 0) distinct.push_back(&statement);
+  }
+  for (std::size_t i = 0; i < distinct.size(); ++i) {
+    const std::size_t count = runs[distinct[i]->sql];
     print_plan(db,
                what + " (statement " + std::to_string(i + 1) + " of " +
-                   std::to_string(statements.size()) + ")",
-               statements[i].expanded);
+                   std::to_string(distinct.size()) + ")" +
+                   (count > 1 ? ", run " + std::to_string(count) + " times" : ""),
+               distinct[i]->expanded);
+  }
 }
 
 }  // namespace
@@ -42,9 +53,11 @@ int main(int argc, char** argv) {
   try {
     auto& repo = quarry::bench::repository(*scale);
     auto& db = repo.db();
-    explain(db, "dead code, first page", quarry::bench::trace_statements(db, [&] {
-              repo.get_dead_code({.runtime_members = {"get", "append", "items"}});
-            }));
+    const quarry::DeadCodeOptions dead_code{.runtime_members = {"get", "append", "items"}};
+    explain(db, "dead code in memory, first page",
+            quarry::bench::trace_statements(db, [&] { repo.get_dead_code(dead_code); }));
+    explain(db, "dead code by statements, first page",
+            quarry::bench::trace_statements(db, [&] { repo.dead_code_by_statements(dead_code); }));
     const auto hub = repo.get_symbol_by_fqn(quarry::bench::hub_fqn(0));
     explain(db, "callers of one id",
             quarry::bench::trace_statements(db, [&] { repo.callers_of({hub ? *hub->id : 1}); }));

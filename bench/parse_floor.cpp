@@ -12,12 +12,29 @@
 #include <vector>
 
 extern "C" const TSLanguage* tree_sitter_python();
+extern "C" const TSLanguage* tree_sitter_javascript();
+extern "C" const TSLanguage* tree_sitter_typescript();
+extern "C" const TSLanguage* tree_sitter_tsx();
 
 namespace quarry::bench {
 
+namespace {
+
+// The grammar the indexer parses a file with, by its extension; null for other files.
+const TSLanguage* grammar_of(const std::string& ext) {
+  if (ext == ".py" || ext == ".pyi") return tree_sitter_python();
+  if (ext == ".ts" || ext == ".mts" || ext == ".cts") return tree_sitter_typescript();
+  if (ext == ".tsx") return tree_sitter_tsx();
+  if (ext == ".js" || ext == ".mjs" || ext == ".cjs" || ext == ".jsx")
+    return tree_sitter_javascript();
+  return nullptr;
+}
+
+}  // namespace
+
 ParseFloor parse_floor(const std::filesystem::path& root, unsigned threads) {
   namespace fs = std::filesystem;
-  std::vector<fs::path> files;
+  std::vector<std::pair<fs::path, const TSLanguage*>> files;
   for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator();
        ++it) {
     const std::string name = it->path().filename().string();
@@ -25,8 +42,8 @@ ParseFloor parse_floor(const std::filesystem::path& root, unsigned threads) {
       it.disable_recursion_pending();
       continue;
     }
-    const std::string ext = it->path().extension().string();
-    if (it->is_regular_file() && (ext == ".py" || ext == ".pyi")) files.push_back(it->path());
+    const TSLanguage* grammar = grammar_of(it->path().extension().string());
+    if (it->is_regular_file() && grammar != nullptr) files.emplace_back(it->path(), grammar);
   }
   if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
 
@@ -37,9 +54,9 @@ ParseFloor parse_floor(const std::filesystem::path& root, unsigned threads) {
   for (unsigned t = 0; t < threads; ++t) {
     workers.emplace_back([&] {
       TSParser* parser = ts_parser_new();
-      ts_parser_set_language(parser, tree_sitter_python());
       for (std::size_t i = next++; i < files.size(); i = next++) {
-        std::ifstream in(files[i], std::ios::binary);
+        ts_parser_set_language(parser, files[i].second);
+        std::ifstream in(files[i].first, std::ios::binary);
         std::stringstream text;
         text << in.rdbuf();
         const std::string source = text.str();

@@ -1,5 +1,6 @@
-// The floor under indexing: the Python files of a tree read and parsed with the pinned
-// grammar by tree-sitter alone, on as many threads as the indexer uses, nothing else.
+// The floor under indexing: the Python, JavaScript and TypeScript files of a tree read and
+// parsed with the pinned grammars by tree-sitter alone, on as many threads as the indexer
+// uses, nothing else.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +14,9 @@ struct ParseFloor {
   double seconds = 0;  // wall time of reading and parsing them all
 };
 
-// Reads and parses every `.py` and `.pyi` file below `root` (skipping `.git` and
-// `.quarry`) on `threads` threads (0: one per core).
+// Reads and parses every Python (`.py`, `.pyi`) and script (`.js .mjs .cjs .jsx .ts .mts
+// .cts .tsx`) file below `root` (skipping `.git` and `.quarry`) on `threads` threads (0: one
+// per core).
 ParseFloor parse_floor(const std::filesystem::path& root, unsigned threads = 0);
 
 }  // namespace quarry::bench

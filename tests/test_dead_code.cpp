@@ -121,8 +121,10 @@ TEST(DeadCode, EachRuleListsOrLeavesOutItsSymbol) {
     index.symbol(files.at('a'), kind, kind, std::string("a.") + kind);
   auto repo = index.open();
 
-  const DeadCodePage page = repo->get_dead_code(
-      {.limit = 1000, .runtime_members = {"100%", "back\\slash", "say \"hi\"", "get"}});
+  const DeadCodeOptions options{.limit = 1000,
+                                .runtime_members = {"100%", "back\\slash", "say \"hi\"", "get"}};
+  const DeadCodePage page = repo->get_dead_code(options);
+  EXPECT_EQ(page, repo->dead_code_by_statements(options));
   const std::map<std::string, char> letter = {
       {"its only uses are guesses between same-named definitions", 'g'},
       {"a use of another definition of its name is a guess: it may be a use of this one", 'n'},
@@ -153,9 +155,16 @@ TEST(DeadCode, PagesComponentsAndRuntimeMembers) {
   index.pending("l2");
   auto repo = index.open();
 
-  const auto before = repo->db().statements_run();
-  const DeadCodePage first = repo->get_dead_code();
-  EXPECT_EQ(repo->db().statements_run() - before, 2u);  // a count and a page, nothing per row
+  // Every page is the same in memory and by statements (a count and a page at most,
+  // nothing per row).
+  const auto listing = [&repo](const DeadCodeOptions& options) {
+    const auto before = repo->db().statements_run();
+    const DeadCodePage page = repo->dead_code_by_statements(options);
+    EXPECT_LE(repo->db().statements_run() - before, 2u);
+    EXPECT_EQ(repo->get_dead_code(options), page);
+    return page;
+  };
+  const DeadCodePage first = listing({});
   const Names all = {"m.c1", "m.c2", "m.c3", "m.l1", "m.l2"};
   ASSERT_EQ(fqns(first.symbols), all);
   EXPECT_EQ(
@@ -173,7 +182,7 @@ TEST(DeadCode, PagesComponentsAndRuntimeMembers) {
       {3, 99, {}, false},
       {max, 1, Names(all.begin() + 1, all.end()), false}};
   for (const auto& [limit, offset, expected, truncated] : pages) {
-    const auto page = repo->get_dead_code({.limit = limit, .offset = offset});
+    const auto page = listing({.limit = limit, .offset = offset});
     EXPECT_EQ(fqns(page.symbols), expected) << limit << "@" << offset;
     EXPECT_EQ(page.truncated, truncated) << limit << "@" << offset;
     EXPECT_EQ(page.total_count, 5);
@@ -194,7 +203,7 @@ TEST(DeadCode, PagesComponentsAndRuntimeMembers) {
                                                         {{"l1", "c2", "l1", "c2"}, rest},
                                                         {{"C2", " l1", ""}, all}};
   for (const auto& [names, expected] : members)
-    EXPECT_EQ(fqns(repo->get_dead_code({.runtime_members = names}).symbols), expected);
+    EXPECT_EQ(fqns(listing({.runtime_members = names}).symbols), expected);
 }
 
 // Quotes and backslashes are covered by the runtime members above.

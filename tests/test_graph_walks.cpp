@@ -1,11 +1,14 @@
-// The in-memory walks against the statements they stand for, on a generated index: impact
-// levels looked up in the call graph read into memory against the caller statements, and
-// the file dependencies joined in memory against the one statement that joins them in SQL.
+// The in-memory walks against the statements they stand for, on generated indexes: impact
+// levels looked up in the call graph read into memory against the caller statements, the
+// file dependencies joined in memory against the one statement that joins them in SQL, and
+// the dead-code listing decided in memory against its statements.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <limits>
 #include <random>
+#include <set>
+#include <string>
 
 #include "storage/repository.h"
 #include "test_index.h"
@@ -114,6 +117,135 @@ TEST(GraphWalks, InMemoryLevelsAndFileJoinMatchTheStatements) {
   const auto cycles = repo.find_circular_dependencies("file");
   EXPECT_EQ(cycles, condense_cycles(from_statement.build(), "file"));
   EXPECT_FALSE(cycles.empty());
+}
+
+// 1,200 symbols in 25 files (tests, documents, a file without language, repeated paths),
+// with every rule and reason of the dead-code listing drawn at random: members of earlier
+// symbols, mostly in their file, some fqns not ending in their name, names shared, with
+// characters of several bytes, a stray continuation byte or a NUL, dunder, entry, runtime
+// and dispatch names, base-naming and decorated signatures, exports, repeated start lines,
+// edges of every kind and resolution (some to or from no symbol), pending references.
+void generate_dead_code(testing::TestIndex& index) {
+  using namespace std::string_literals;
+  std::mt19937_64 random(7);
+  const auto pick = [&random](std::size_t size) {
+    return static_cast<std::size_t>(random() % size);
+  };
+  std::vector<std::int64_t> files;
+  for (int i = 0; i < 24; ++i) {
+    const std::string path = i % 7 == 3    ? "tests/test_m" + std::to_string(i) + ".py"
+                             : i % 11 == 5 ? "docs/p.md"
+                                           : "pkg/m" + std::to_string(i % 17) + ".py";
+    files.push_back(index.file(path, path.ends_with(".md") ? "markdown" : "python"));
+  }
+  index.execute("INSERT INTO files (path, language) VALUES ('pkg/none.py', NULL)");
+  files.push_back(files.back() + 1);
+  const std::vector<std::string> names = {"run",
+                                          "close",
+                                          "get",
+                                          "main",
+                                          "__init__",
+                                          "__x__",
+                                          "___",
+                                          "visit_a",
+                                          "visit_b",
+                                          "do_x",
+                                          "do_y",
+                                          "_handle_z",
+                                          "näme",
+                                          "a\xff"
+                                          "b"s,
+                                          "c\x80\x80"
+                                          "d"s,
+                                          "x\0y"s,
+                                          "shared",
+                                          "Run"};
+  const std::vector<std::string> kinds = {"function", "function", "method", "method",
+                                          "method",   "class",    "class",  "constant"};
+  const std::vector<std::optional<std::string>> signatures = {std::nullopt,
+                                                              "def f(x):",
+                                                              "@app.route def f():",
+                                                              "class C(Base):",
+                                                              "class J Extends K",
+                                                              "class T IMPLEMENTS I",
+                                                              "plain",
+                                                              "x\0(y)"s};
+  std::vector<std::int64_t> symbols;
+  std::vector<std::pair<std::string, std::int64_t>> defined;  // fqn and file
+  for (std::size_t i = 0; i < 1200; ++i) {
+    const std::string name =
+        pick(2) == 0 ? names[pick(names.size())] : "f" + std::to_string(i % 400);
+    auto [parent, file] = defined.empty() || pick(2) == 0
+                              ? std::pair(std::string("pkg"), files[pick(files.size())])
+                              : defined[pick(defined.size())];
+    if (pick(5) == 0) file = files[pick(files.size())];
+    const std::string fqn = pick(12) == 0 ? parent + ".ü" : parent + "." + name;
+    defined.emplace_back(fqn, file);
+    symbols.push_back(index.symbol(file, name, kinds[pick(kinds.size())], fqn,
+                                   static_cast<std::int64_t>(pick(20)),
+                                   signatures[pick(signatures.size())], pick(15) == 0));
+  }
+  const std::vector<std::optional<std::string>> resolutions = {"exact", "import",     "ambiguous",
+                                                               "model", std::nullopt, ""};
+  const std::vector<std::string> edge_kinds = {"call",       "reference", "inherits",
+                                               "implements", "import",    "link"};
+  const auto any = [&]() { return pick(60) == 0 ? 999999 : symbols[pick(symbols.size())]; };
+  for (int i = 0; i < 2000; ++i)
+    index.edge(any(), any(), edge_kinds[pick(edge_kinds.size())],
+               resolutions[pick(resolutions.size())]);
+  for (int i = 0; i < 15; ++i)
+    index.pending(names[pick(names.size())]);
+}
+
+TEST(GraphWalks, DeadCodeInMemoryMatchesTheStatements) {
+  testing::TestIndex index;
+  generate_dead_code(index);
+  index.close();
+  Repository repo(index.path());
+
+  const DeadCodePage all = repo.dead_code_by_statements({.limit = 1000000});
+  ASSERT_EQ(repo.scan_dead_code({.limit = 1000000}), all);
+  // The listing holds every reason, tests' uses and equal paths and lines.
+  std::set<std::string> reasons;
+  bool tested = false, tie = false;
+  for (std::size_t i = 0; i < all.symbols.size(); ++i) {
+    reasons.insert(all.symbols[i].reasons.begin(), all.symbols[i].reasons.end());
+    tested = tested || all.symbols[i].used_by_tests;
+    tie = tie || (i > 0 && all.symbols[i].file == all.symbols[i - 1].file &&
+                  all.symbols[i].line == all.symbols[i - 1].line);
+  }
+  EXPECT_EQ(reasons.size(), 3U);
+  EXPECT_TRUE(tested && tie);
+  EXPECT_GT(all.total_count, 100);
+
+  const std::int64_t max = std::numeric_limits<std::int64_t>::max();
+  const std::vector<DeadCodeOptions> pages = {{},
+                                              {.runtime_members = {"get", "close", "näme"}},
+                                              {.limit = 0},
+                                              {.limit = 7, .offset = all.total_count - 3},
+                                              {.limit = 10, .offset = all.total_count},
+                                              {.limit = 10, .offset = all.total_count + 5},
+                                              {.limit = max, .offset = 1},
+                                              {.limit = -1},
+                                              {.limit = -3, .offset = -2}};
+  for (const DeadCodeOptions& options : pages) {
+    EXPECT_EQ(repo.scan_dead_code(options), repo.dead_code_by_statements(options))
+        << options.limit << "@" << options.offset;
+  }
+  EXPECT_EQ(repo.scan_dead_code({.component = "core"}), std::nullopt);
+}
+
+// A start line that is no integer leaves the listing to the statements.
+TEST(GraphWalks, DeadCodeOfABrokenSymbolsRowIsTheStatements) {
+  testing::TestIndex index;
+  const auto file = index.file("a.py");
+  index.symbol(file, "f", "function", "a.f", 3);
+  index.execute("INSERT INTO symbols (file_id, name, kind, fqn, start_line) VALUES (" +
+                std::to_string(file) + ", 'g', 'function', 'a.g', 'x')");
+  index.close();
+  Repository repo(index.path());
+  EXPECT_EQ(repo.scan_dead_code({}), std::nullopt);
+  EXPECT_EQ(repo.get_dead_code().total_count, 2);
 }
 
 }  // namespace

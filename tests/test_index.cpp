@@ -88,11 +88,11 @@ std::unique_ptr<Repository> TestIndex::open() {
   return std::make_unique<Repository>(path_);
 }
 
-std::filesystem::path copy_example_project(const std::string& name) {
+std::filesystem::path copy_example_project(const std::string& name, const std::string& example) {
   namespace fs = std::filesystem;
   const fs::path root = fs::path(::testing::TempDir()) / (name + "_" + std::to_string(getpid()));
   fs::remove_all(root);
-  fs::copy(fs::path(QUARRY_SOURCE_DIR) / "examples" / "bookstore", root,
+  fs::copy(fs::path(QUARRY_SOURCE_DIR) / "examples" / example, root,
            fs::copy_options::recursive);
   fs::remove_all(root / ".quarry");
   return root;

@@ -57,9 +57,10 @@ class TestIndex {
   bool in_transaction_ = false;
 };
 
-// A fresh copy of the bundled example project (examples/bookstore, without an index) in a
+// A fresh copy of a bundled example project (examples/EXAMPLE, without an index) in a
 // temporary directory named after `name` and this process; the caller removes it.
-std::filesystem::path copy_example_project(const std::string& name);
+std::filesystem::path copy_example_project(const std::string& name,
+                                           const std::string& example = "bookstore");
 
 // What one run of the command line printed, and its exit status.
 struct CliResult {

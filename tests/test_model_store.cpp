@@ -6,6 +6,7 @@
 
 #include "indexer/model_store.h"
 #include "indexer/python_parser.h"
+#include "indexer/script_parser.h"
 
 namespace quarry {
 namespace {
@@ -81,6 +82,55 @@ TEST(ModelStore, ScopesFindTheirNamesAfterTheParserIsGone) {
   EXPECT_EQ(alias->module(), "pkg");
   EXPECT_EQ(alias->name(), "thing");
   EXPECT_EQ(model.scopes[function].find("b")->name(), "b");
+}
+
+// A script file's model as well: its scopes' names, its imports and its exports are views
+// into the store of a parser that is gone.
+TEST(ModelStore, ScriptModelsOutliveTheirParser) {
+  std::string source = "import x from './b';\nimport { y as z } from './b';\n";
+  for (int i = 0; i < 10; ++i)
+    source += "export const v_" + std::to_string(i) + " = " + std::to_string(i) + ";\n";
+  source += "export function f(a, b) { return g(a); }\nfunction g(c) { return c; }\n";
+  const indexer::ScriptModules modules({"src/a.ts", "src/b.ts"}, {});
+  indexer::FileModel model;
+  {
+    indexer::ScriptParser parser(modules);
+    model = parser.parse("src/a.ts", source);
+  }
+  struct Case {
+    int scope;
+    std::string name;
+    bool bound;
+  };
+  const int function = 1;
+  const std::vector<Case> cases = {
+      {0, "x", true},        {0, "z", true},        {0, "y", false},        {0, "v_0", true},
+      {0, "v_9", true},      {0, "f", true},        {0, "g", true},         {0, "a", false},
+      {function, "a", true}, {function, "b", true}, {function, "g", false},
+  };
+  ASSERT_GT(model.scopes.size(), 1u);
+  EXPECT_EQ(model.scopes[0].by_name.size(), model.scopes[0].bindings.size());
+  for (const Case& c : cases) {
+    const indexer::Binding* found = model.scopes[static_cast<std::size_t>(c.scope)].find(c.name);
+    EXPECT_EQ(found != nullptr, c.bound) << c.scope << " " << c.name;
+  }
+  const indexer::Binding* x = model.scopes[0].find("x");
+  ASSERT_NE(x, nullptr);
+  EXPECT_EQ(x->kind, indexer::Binding::Kind::module);
+  EXPECT_EQ(x->module(), "src/b");
+  EXPECT_EQ(x->name(), "default");
+  EXPECT_EQ(model.scopes[0].find("z")->name(), "y");
+  EXPECT_EQ(model.scopes[function].find("b")->name(), "b");
+  const std::vector<std::string_view> exports = {"f",   "v_0", "v_1", "v_2", "v_3", "v_4",
+                                                 "v_5", "v_6", "v_7", "v_8", "v_9"};
+  EXPECT_EQ(model.exports, exports);
+  // The call of g in f, with its argument.
+  const auto call = std::ranges::find_if(model.uses, [](const indexer::Use& use) {
+    return use.kind == indexer::UseKind::call && use.chain.size() == 1 && use.chain[0] == "g";
+  });
+  ASSERT_NE(call, model.uses.end());
+  ASSERT_EQ(call->arguments().size(), 1u);
+  EXPECT_EQ(call->arguments()[0].hint.chain[0], "a");
 }
 
 }  // namespace

@@ -150,6 +150,7 @@ void add_index_command(CLI::App& app, Context& context) {
         print_json(*context.out, Json{{"db", options.db_path},
                                       {"files", summary.files},
                                       {"python_files", summary.python_files},
+                                      {"script_files", summary.script_files},
                                       {"symbols", summary.symbols},
                                       {"edges", summary.edges},
                                       {"pending_references", summary.pending_references},
@@ -164,7 +165,11 @@ void add_index_command(CLI::App& app, Context& context) {
       }
       *context.out << "indexed "
                    << count_of(static_cast<std::int64_t>(summary.files), "file", "files") << " ("
-                   << summary.python_files << " Python): "
+                   << summary.python_files << " Python"
+                   << (summary.script_files > 0
+                           ? ", " + std::to_string(summary.script_files) + " JavaScript/TypeScript"
+                           : std::string())
+                   << "): "
                    << count_of(static_cast<std::int64_t>(summary.symbols), "symbol", "symbols")
                    << ", " << count_of(static_cast<std::int64_t>(summary.edges), "edge", "edges")
                    << ", "

@@ -44,8 +44,8 @@ class Insert {
     return *this;
   }
   Insert& text(int column, std::string_view value) {
-    check(sqlite3_bind_text64(stmt_, column, value.data(), value.size(), SQLITE_STATIC,
-                              SQLITE_UTF8));
+    check(
+        sqlite3_bind_text64(stmt_, column, value.data(), value.size(), SQLITE_STATIC, SQLITE_UTF8));
     return *this;
   }
   Insert& null(int column) {
@@ -110,9 +110,12 @@ IndexWriter::~IndexWriter() = default;
 void IndexWriter::write_files(const std::vector<ListedFile>& files,
                               const std::vector<FileModel>& models,
                               const std::vector<std::int64_t>& first_ids) {
+  const auto component_name = [](const ListedFile& file) {
+    return file.component.empty() ? component_of(file.path) : file.component;
+  };
   std::map<std::string, std::int64_t> components;
   for (const ListedFile& file : files) {
-    if (file.model >= 0) components.emplace(component_of(file.path), 0);
+    if (file.model >= 0) components.emplace(component_name(file), 0);
   }
   std::int64_t next_component = 1;
   for (auto& [name, id] : components) {
@@ -125,7 +128,7 @@ void IndexWriter::write_files(const std::vector<ListedFile>& files,
     ++file_id;
     Insert& row = statements_->file.integer(1, file_id).text(2, file.path).text(3, file.language);
     if (file.model >= 0) {
-      row.integer(4, components.at(component_of(file.path)));
+      row.integer(4, components.at(component_name(file)));
     } else {
       row.null(4);
     }

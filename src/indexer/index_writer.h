@@ -16,7 +16,9 @@ namespace quarry::indexer {
 struct ListedFile {
   std::string path;
   std::string language;
-  int model = -1;  // index into the parsed Python files, or -1
+  int model = -1;  // index into the parsed files, or -1
+  // The component of a parsed file when it is not its directory's (a workspace package).
+  std::string component;
 };
 
 struct WriteCounts {
@@ -38,9 +40,9 @@ class IndexWriter {
   IndexWriter(const IndexWriter&) = delete;
   IndexWriter& operator=(const IndexWriter&) = delete;
 
-  // Writes the components (one per directory holding Python files, numbered in name
-  // order), the listed files and the definitions of the parsed ones, and indexes them.
-  // `first_ids[m]` is the symbol id of the first definition of `models[m]`
+  // Writes the components (a parsed file's `component`, else its directory's dotted path;
+  // numbered in name order), the listed files and the definitions of the parsed ones, and
+  // indexes them. `first_ids[m]` is the symbol id of the first definition of `models[m]`
   // (first_symbol_ids).
   void write_files(const std::vector<ListedFile>& files, const std::vector<FileModel>& models,
                    const std::vector<std::int64_t>& first_ids);

@@ -21,6 +21,10 @@
 #include "indexer/index_writer.h"
 #include "indexer/python_parser.h"
 #include "indexer/python_resolver.h"
+#include "indexer/script_config.h"
+#include "indexer/script_entry_points.h"
+#include "indexer/script_modules.h"
+#include "indexer/script_parser.h"
 #include "indexer/source_files.h"
 #include "indexer/text.h"
 #include "storage/index_meta.h"
@@ -258,53 +262,88 @@ IndexSummary build_index(const IndexOptions& options) {
   IndexTarget target(options.db_path, options.waiting);
 
   std::vector<ListedFile> files;
-  std::vector<std::string> python_paths;
+  // The files that are parsed, Python and scripts, in the order of the listing.
+  std::vector<std::string> parsed_paths;
+  std::vector<bool> is_script;
+  std::vector<std::string> python_modules;
+  std::vector<std::string> script_paths;
   if (options.progress) options.progress(PHASE_LISTING, 0, 0);
   SourceListing listing = list_files_but_the_index(options);
   if (options.progress) options.progress(PHASE_LISTING, listing.files.size(), listing.files.size());
   summary.warnings = std::move(listing.warnings);
   for (std::string& path : listing.files) {
     ListedFile file{path, std::string(language_of(path)), -1};
-    if (file.language == "python") {
-      file.model = static_cast<int>(python_paths.size());
-      python_paths.push_back(path);
+    const bool python = file.language == "python";
+    const bool script = !python && script_dialect_of(path).has_value();
+    if (python || script) {
+      file.model = static_cast<int>(parsed_paths.size());
+      parsed_paths.push_back(path);
+      is_script.push_back(script);
+      if (python) python_modules.push_back(module_name_of(path));
+      if (script) script_paths.push_back(path);
     }
     files.push_back(std::move(file));
   }
+  ScriptConfig script_config;
+  if (!script_paths.empty())
+    script_config = read_script_config(options.root, listing.files, options.max_file_size);
+  summary.warnings.insert(summary.warnings.end(), script_config.warnings.begin(),
+                          script_config.warnings.end());
+  const ScriptModules script_modules(script_paths, python_modules,
+                                     std::move(script_config.packages),
+                                     std::move(script_config.mappings));
+  // Each package of a workspace is a component of its own.
+  for (ListedFile& file : files) {
+    if (file.model < 0 || !is_script[static_cast<std::size_t>(file.model)]) continue;
+    const ScriptPackage* package = script_modules.package_of(file.path);
+    if (package != nullptr && !package->directory.empty())
+      file.component = package->name.empty() ? package->directory : package->name;
+  }
 
-  std::vector<FileModel> models(python_paths.size());
+  std::vector<FileModel> models(parsed_paths.size());
   const unsigned threads =
       options.threads != 0 ? options.threads : std::max(1u, std::thread::hardware_concurrency());
-  // One parser per thread: a parser is not thread-safe.
+  // One parser of each language per thread: a parser is not thread-safe.
   std::vector<std::unique_ptr<PythonParser>> parsers(threads);
+  std::vector<std::unique_ptr<ScriptParser>> script_parsers(threads);
   run_parallel(
-      python_paths.size(), threads,
+      parsed_paths.size(), threads,
       [&](unsigned worker, std::size_t i) {
-        on_file(PHASE_PARSING, python_paths[i], [&] {
-          auto& parser = parsers[worker];
-          if (!parser) parser = std::make_unique<PythonParser>();
-          SourceText source = read_source(options.root / python_paths[i], options.max_file_size);
-          const DecodedSource decoded =
-              decode_python_source(source.text ? std::move(*source.text) : std::string());
-          models[i] = parser->parse(python_paths[i], decoded.text);
-          const std::string& problem = source.text ? decoded.problem : source.problem;
+        const std::string& path = parsed_paths[i];
+        on_file(PHASE_PARSING, path, [&] {
+          SourceText source = read_source(options.root / path, options.max_file_size);
+          std::string problem = source.problem;
+          if (is_script[i]) {
+            auto& parser = script_parsers[worker];
+            if (!parser) parser = std::make_unique<ScriptParser>(script_modules);
+            models[i] = parser->parse(path, source.text ? *source.text : std::string());
+          } else {
+            auto& parser = parsers[worker];
+            if (!parser) parser = std::make_unique<PythonParser>();
+            const DecodedSource decoded =
+                decode_python_source(source.text ? std::move(*source.text) : std::string());
+            models[i] = parser->parse(path, decoded.text);
+            if (source.text) problem = decoded.problem;
+          }
           if (!problem.empty()) {
-            models[i].warnings.insert(
-                models[i].warnings.begin(),
-                python_paths[i] + (source.text ? ": " : ": not indexed: ") + problem);
+            models[i].warnings.insert(models[i].warnings.begin(),
+                                      path + (source.text ? ": " : ": not indexed: ") + problem);
           }
         });
       },
-      report(PHASE_PARSING, python_paths.size()));
+      report(PHASE_PARSING, parsed_paths.size()));
   // What makes the parsers' stored names unique is not needed further; the names stay with
   // the models.
   parsers.clear();
+  script_parsers.clear();
 
   // What packaging files declare as entry points is run from outside: it is exported.
   const std::vector<std::string> entry_point_warnings =
       mark_entry_points(options.root, listing.files, options.max_file_size, models);
   summary.warnings.insert(summary.warnings.end(), entry_point_warnings.begin(),
                           entry_point_warnings.end());
+  // So is what script packages publish or run, and what tools' configuration files export.
+  mark_script_entry_points(listing.files, script_modules, models);
   // So are the entry points the configuration names.
   const std::vector<std::string> configured_warnings =
       mark_configured_entry_points(options.entry_points, models);
@@ -357,7 +396,7 @@ IndexSummary build_index(const IndexOptions& options) {
     for (FileModel& model : models) {
       std::move(model.warnings.begin(), model.warnings.end(), std::back_inserter(model_warnings));
     }
-    summary.python_files = models.size();
+    summary.python_files = models.size() - script_paths.size();
     handoff.wait_files_written();
     models = {};
   } catch (...) {
@@ -377,6 +416,7 @@ IndexSummary build_index(const IndexOptions& options) {
   ignore_index_dir(options.db_path, summary.warnings);
   std::move(model_warnings.begin(), model_warnings.end(), std::back_inserter(summary.warnings));
   summary.files = files.size();
+  summary.script_files = script_paths.size();
   summary.symbols = counts.symbols;
   summary.edges = counts.edges;
   summary.pending_references = counts.pending_references;

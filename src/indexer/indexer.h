@@ -1,5 +1,6 @@
-// Builds the index of a repository: lists its files, parses its Python files in parallel,
-// binds their names across files and writes the index database in one go.
+// Builds the index of a repository: lists its files, parses its Python, JavaScript and
+// TypeScript files in parallel, binds their names across files and writes the index
+// database in one go.
 #pragma once
 
 #include <cstddef>
@@ -52,6 +53,7 @@ extern std::function<void(std::string_view phase, const std::string& path)> work
 struct IndexSummary {
   std::size_t files = 0;
   std::size_t python_files = 0;
+  std::size_t script_files = 0;  // JavaScript and TypeScript
   std::size_t symbols = 0;
   std::size_t edges = 0;
   std::size_t pending_references = 0;

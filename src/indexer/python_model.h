@@ -47,7 +47,8 @@ inline constexpr std::size_t MAX_TYPE_HINTS = 4;
 struct Binding {
   enum class Kind : std::uint8_t {
     definition,     // a definition of this file (`definition` is its index)
-    module,         // an imported module (`module()`)
+    module,         // an imported module (`module()`); with a `name()`, that export of the
+                    // module when it has one (a script's default import), else the module
     imported_name,  // `name()` imported from `module()`
     instance,       // self or cls in a method: an instance of the class `definition`
     value,          // a local value of unknown type (parameter, local variable)
@@ -101,7 +102,8 @@ struct Definition {
   bool is_export = false;
   // For an import binding: what it binds, so that re-exports can be followed.
   const Binding* import = nullptr;
-  // For a class: the scope of its body, where its members are bound.
+  // For a class (or a script's exported object literal): the scope of its body, where its
+  // members are bound.
   int body_scope = -1;
   // For a variable: where its type can be read from; for a function: its return
   // annotation, or without one what its return statements return.
@@ -152,7 +154,15 @@ struct Scope {
 // Scopes with more names than this are looked up through Scope::by_name.
 inline constexpr std::size_t MAX_SCOPE_SCAN = 8;
 
-enum class UseKind : std::uint8_t { call, reference, type, decorates, inherits, import };
+enum class UseKind : std::uint8_t {
+  call,
+  reference,
+  type,
+  decorates,
+  inherits,
+  implements,
+  import
+};
 
 // An argument of a call: its position among the positional arguments (or -1), or its
 // keyword, and what it is.
@@ -165,7 +175,8 @@ struct Argument {
 };
 
 // A use of a name: the head name looked up in `scope`, then attributes, in `chain`.
-// An empty head stands for super().
+// An empty head stands for super(). A use with `imported` set is an import's: its edge
+// goes to what the binding names (an import, or a type-only import in TypeScript).
 struct Use {
   UseKind kind = UseKind::reference;
   // How many arguments `argument_data` holds: at most MAX_ARGUMENT_HINTS + MAX_TYPE_HINTS.
@@ -227,6 +238,9 @@ struct FileModel {
   std::vector<std::string> star_imports;  // modules imported with "*"
   std::vector<std::string> warnings;
   std::vector<StringUse> string_uses;
+  // The names a JavaScript or TypeScript module exports, sorted: what an entry file of a
+  // package makes public.
+  std::vector<std::string_view> exports;
 };
 
 // How the call sites of names that the repository defines were bound: to definitions of

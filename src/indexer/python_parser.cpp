@@ -6,6 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "indexer/model_building.h"
 #include "indexer/python_grammar.h"
 #include "indexer/python_strings.h"
 #include "indexer/syntax_nodes.h"
@@ -239,9 +240,7 @@ class ModelBuilder {
       } else if (existing.kind != Binding::Kind::instance) {
         // Defined twice, or imported and defined as a fallback (`try: from x import f`
         // `except ImportError: def f(): ...`): the name stands for each.
-        Binding::Details details = existing.details ? *existing.details : Binding::Details{};
-        details.also = store_.append(details.also, binding.definition);
-        existing.details = store_.copy_one(details);
+        bind_also(store_, existing, binding.definition);
       }
     }
   }
@@ -392,7 +391,7 @@ class ModelBuilder {
       const TSNode value = ts_node_named_child(frame.node, 0);
       if (!ts_node_is_null(value) && !function.returns_annotated &&
           (function.kind == symbol_kind::FUNCTION || function.kind == symbol_kind::METHOD)) {
-        add_hints(function.hints, value_hints(value, frame.scope));
+        add_hints(store_, function.hints, value_hints(value, frame.scope));
       }
       push_children(frame);
     } else if (type == "global_statement" || type == "nonlocal_statement") {
@@ -601,7 +600,7 @@ class ModelBuilder {
       if (splat) {
         name = ts_node_named_child(name, 0);
         // *args is a tuple and **kwargs a dict, whatever their annotation says of the items.
-        hints.assign(1, {TypeHint::Kind::name, outer.scope, builtin_chain()});
+        hints.assign(1, {TypeHint::Kind::name, outer.scope, builtin_chain(store_)});
       }
       if (ts_node_is_null(name) || type_of(name) != "identifier") {
         if (!ts_node_is_null(name)) bind_targets(name, body, function);
@@ -716,7 +715,7 @@ class ModelBuilder {
       if (ts_node_is_null(node)) continue;
       const std::string_view type = type_of(node);
       if (is_builtin_literal(type)) {
-        hints.push_back({TypeHint::Kind::name, scope, builtin_chain()});
+        hints.push_back({TypeHint::Kind::name, scope, builtin_chain(store_)});
       } else if (type == "call" || type == "identifier" || type == "attribute") {
         ChainWalk walk = walk_chain(node);
         if (walk.names.front() == UNKNOWN_VALUE || walk.names.front().empty() ||
@@ -867,11 +866,11 @@ class ModelBuilder {
       if (it == bindings.end()) return;
       Binding& binding = it->second;
       if (binding.kind == Binding::Kind::value) {
-        add_hints(binding.hints, std::move(hints));
+        add_hints(store_, binding.hints, std::move(hints));
       } else if (binding.kind == Binding::Kind::definition) {
         Definition& variable = m_.definitions[static_cast<std::size_t>(binding.definition)];
         if (variable.kind == symbol_kind::VARIABLE || variable.kind == symbol_kind::CONSTANT) {
-          add_hints(variable.hints, std::move(hints));
+          add_hints(store_, variable.hints, std::move(hints));
         }
       }
     } else if (type_of(target) == "attribute") {
@@ -882,25 +881,7 @@ class ModelBuilder {
       const std::string name = text(field(target, "attribute"));
       if (name.empty()) return;
       Definition& owner = m_.definitions[static_cast<std::size_t>(it->second.definition)];
-      auto attribute = std::ranges::find(owner.attributes, name, &Attribute::name);
-      if (attribute == owner.attributes.end()) {
-        attribute = owner.attributes.insert(attribute, {store_.name(name), {}});
-      }
-      add_hints(attribute->hints, std::move(hints));
-    }
-  }
-
-  // Adds `from` to the hints `to` of the model, stored anew when they grow.
-  void add_hints(std::span<const TypeHint>& to, std::vector<TypeHint> from) {
-    std::vector<TypeHint> hints(to.begin(), to.end());
-    add_hints(hints, std::move(from));
-    if (hints.size() != to.size()) to = store_.copy(hints);
-  }
-
-  static void add_hints(std::vector<TypeHint>& to, std::vector<TypeHint> from) {
-    for (TypeHint& hint : from) {
-      if (to.size() >= MAX_TYPE_HINTS) return;
-      if (std::find(to.begin(), to.end(), hint) == to.end()) to.push_back(std::move(hint));
+      add_hints(store_, attribute_hints(store_, owner, name), std::move(hints));
     }
   }
 
@@ -1025,45 +1006,17 @@ class ModelBuilder {
       }
     }
     for (std::size_t s = 0; s < m_.scopes.size(); ++s)
-      keep_bindings(m_.scopes[s], bindings_[s]);
-  }
-
-  // Stores the names that `scope` binds, as `bindings` walks them, and their order by name
-  // when there are more than a few.
-  void keep_bindings(Scope& scope, const BindingMap& bindings) {
-    std::vector<NamedBinding> named;
-    named.reserve(bindings.size());
-    for (const auto& [name, binding] : bindings)
-      named.push_back({name, binding});
-    scope.bindings = store_.copy(named);
-    if (named.size() <= MAX_SCOPE_SCAN) return;
-    std::vector<std::uint32_t> by_name(named.size());
-    for (std::uint32_t i = 0; i < by_name.size(); ++i)
-      by_name[i] = i;
-    std::ranges::sort(by_name, {}, [&](std::uint32_t i) { return named[i].name; });
-    scope.by_name = store_.copy(by_name);
+      keep_bindings(m_.scopes[s], bindings_[s], store_);
   }
 
   // A binding of an import: of `module`, or of `name` imported from it.
   Binding imported(Binding::Kind kind, std::string_view module, std::string_view name = {}) {
-    Binding binding{kind, false, -1};
-    binding.details =
-        store_.copy_one(Binding::Details{.module = store_.name(module), .name = store_.name(name)});
-    return binding;
-  }
-
-  // The chain of BUILTIN_VALUE alone.
-  Chain builtin_chain() {
-    const std::string_view builtin = BUILTIN_VALUE;
-    return store_.chain(std::span<const std::string_view>(&builtin, 1));
+    return imported_binding(store_, kind, module, name);
   }
 
   // The qualified name of `name` bound in `scope`, stored.
   std::string_view member_fqn(int scope, std::string_view name) {
-    std::string fqn(m_.scopes[static_cast<std::size_t>(scope)].fqn);
-    fqn += '.';
-    fqn += name;
-    return store_.copy(fqn);
+    return indexer::member_fqn(store_, m_.scopes[static_cast<std::size_t>(scope)].fqn, name);
   }
 
   FileModel& m_;
@@ -1105,31 +1058,6 @@ std::string component_of(std::string_view path) {
   return component;
 }
 
-namespace {
-
-// The line (from 1) of the first place, in source order, where the tree holds a syntax
-// error: an error node or a node the parser had to assume missing.
-std::int64_t first_error_line(TSNode root) {
-  TSTreeCursor cursor = ts_tree_cursor_new(root);
-  TSNode node = root;
-  // An error node's symbol is the largest; this tree-sitter has no ts_node_is_error.
-  const auto is_error = [](TSNode n) { return ts_node_symbol(n) == static_cast<TSSymbol>(-1); };
-  while (!is_error(node) && !ts_node_is_missing(node)) {
-    bool found = false;
-    if (ts_tree_cursor_goto_first_child(&cursor)) {
-      do {
-        found = ts_node_has_error(ts_tree_cursor_current_node(&cursor));
-      } while (!found && ts_tree_cursor_goto_next_sibling(&cursor));
-    }
-    if (!found) break;  // the error is in `node` itself
-    node = ts_tree_cursor_current_node(&cursor);
-  }
-  ts_tree_cursor_delete(&cursor);
-  return static_cast<std::int64_t>(ts_node_start_point(node).row) + 1;
-}
-
-}  // namespace
-
 PythonParser::PythonParser() : parser_(ts_parser_new()) {
   if (!ts_parser_set_language(parser_, tree_sitter_python())) {
     ts_parser_delete(parser_);
@@ -1152,14 +1080,7 @@ FileModel PythonParser::parse(const std::string& path, std::string_view source) 
     model.warnings.push_back(path + ": not valid UTF-8; indexed what could be read");
   }
 
-  const std::string last = model.module.substr(model.module.rfind('.') + 1);
-  const std::string_view fqn = store_->copy(model.module);
-  model.definitions.push_back(
-      {store_->name(last), symbol_kind::MODULE, fqn, 1, 1, std::nullopt, false, nullptr, -1});
-  model.definitions.push_back({"<toplevel>", TOPLEVEL_KIND,
-                               store_->copy(model.module + ".<toplevel>"), 1, 1, std::nullopt,
-                               false, nullptr, -1});
-  model.scopes.push_back({Scope::Kind::module, -1, TOPLEVEL_DEFINITION, -1, fqn, {}, {}});
+  add_module_definitions(model, *store_, model.module.substr(model.module.rfind('.') + 1));
 
   TSTree* tree = parse_python(parser_, source);
   if (tree == nullptr) {
@@ -1176,12 +1097,7 @@ FileModel PythonParser::parse(const std::string& path, std::string_view source) 
   }
   ModelBuilder(model, *store_, source, root).build();
   ts_tree_delete(tree);
-  // The models of all files are held until every file is resolved: none keeps the spare
-  // room its vectors grew.
-  model.definitions.shrink_to_fit();
-  model.scopes.shrink_to_fit();
-  model.uses.shrink_to_fit();
-  model.string_uses.shrink_to_fit();
+  shrink_model(model);
   return model;
 }
 

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "indexer/python_strings.h"
+#include "indexer/script_modules.h"
 #include "models/edge.h"
 #include "models/symbol.h"
 
@@ -206,6 +207,8 @@ std::string_view edge_kind_of(UseKind kind) {
       return edge_kind::DECORATES;
     case UseKind::inherits:
       return edge_kind::INHERITS;
+    case UseKind::implements:
+      return edge_kind::IMPLEMENTS;
     case UseKind::import:
       return edge_kind::IMPORT;
   }
@@ -240,6 +243,8 @@ struct PythonResolver::Value {
   };
   Kind kind = Kind::external;
   std::vector<std::int64_t> ids;
+  // The module, for a module; for symbols, a module whose exports their attributes are
+  // first (a script module's value and the properties set on it), if any.
   std::string module;
 };
 
@@ -475,6 +480,31 @@ PythonResolver::Value PythonResolver::module_value(std::string_view module) cons
   return {Value::Kind::module, {symbol_id(it->second, MODULE_DEFINITION)}, std::string(module)};
 }
 
+// The definitions that script module `module` exports, its `export *` modules' included, as
+// far as each name resolves: at most MAX_EXPORTS_LISTED.
+std::vector<std::int64_t> PythonResolver::exports_of(std::string_view module) const {
+  std::vector<std::int64_t> ids;
+  std::deque<std::string> modules{std::string(module)};
+  std::set<std::string> seen;
+  while (!modules.empty() && ids.size() < MAX_EXPORTS_LISTED) {
+    const std::string current = std::move(modules.front());
+    modules.pop_front();
+    auto file = module_files_.find(current);
+    if (file == module_files_.end() || !seen.insert(current).second) continue;
+    const FileModel& model = files_[file->second];
+    for (std::string_view name : model.exports) {
+      const Value value = resolve_from(current, name);
+      if (value.kind != Value::Kind::symbols) continue;
+      for (std::int64_t id : value.ids) {
+        if (is_callable_kind(definition(id).kind) && ids.size() < MAX_EXPORTS_LISTED)
+          ids.push_back(id);
+      }
+    }
+    modules.insert(modules.end(), model.star_imports.begin(), model.star_imports.end());
+  }
+  return ids;
+}
+
 // `name` as found in `module`: a definition there, a submodule, or what its imports (named
 // or "*") bring in, followed through re-exports.
 PythonResolver::Value PythonResolver::resolve_from(std::string_view module,
@@ -535,9 +565,20 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
     }
     case Binding::Kind::module:
     case Binding::Kind::imported_name: {
-      Value value = binding.kind == Binding::Kind::module
-                        ? module_value(binding.module())
-                        : resolve_from(binding.module(), binding.name());
+      Value value = binding.kind == Binding::Kind::imported_name
+                        ? resolve_from(binding.module(), binding.name())
+                        : module_value(binding.module());
+      // A module bound with a name (a script's default import or require) stands for that
+      // export when the module has it, else for the module itself.
+      if (binding.kind == Binding::Kind::module && !binding.name().empty()) {
+        Value named = resolve_from(binding.module(), binding.name());
+        if (named.kind == Value::Kind::symbols) {
+          // Its attributes are the module's exports first (`module.exports = f` and
+          // `module.exports.x = ...` make x an attribute of f).
+          named.module = std::string(binding.module());
+          value = std::move(named);
+        }
+      }
       if (binding.also().empty()) return value;
       // Imported, with a fallback defined beside the import: the fallback too.
       if (value.kind != Value::Kind::symbols) value = {Value::Kind::symbols, {}, {}};
@@ -693,6 +734,25 @@ PythonResolver::Value PythonResolver::attribute(const Value& value, std::string_
     case Value::Kind::instance:
       return instance_attribute(value.ids, name, depth);
     case Value::Kind::symbols: {
+      if (!value.module.empty()) {
+        Value exported = resolve_from(value.module, name);
+        if (exported.kind == Value::Kind::symbols) return exported;
+      }
+      // The members of an object literal with a body of its own (a script's exported
+      // `const api = { get() {} }`); a class's members are found below, through its order.
+      Value members{Value::Kind::symbols, {}, {}};
+      for (std::int64_t id : value.ids) {
+        const Definition& holder = definition(id);
+        if (holder.body_scope < 0 || holder.kind == symbol_kind::CLASS) continue;
+        const std::size_t file = file_of(id);
+        const Binding* member =
+            files_[file].scopes[static_cast<std::size_t>(holder.body_scope)].find(name);
+        if (!member || member->kind != Binding::Kind::definition) continue;
+        members.ids.push_back(symbol_id(file, member->definition));
+        for (int other : member->also())
+          members.ids.push_back(symbol_id(file, other));
+      }
+      if (!members.ids.empty()) return members;
       const Value classes = instance_of(value);
       if (classes.kind == Value::Kind::instance) return member(classes.ids, name, false);
       // A variable or a property: the attribute of the value its hints give.
@@ -816,7 +876,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
   for (const Use& use : model.uses) {
     const std::int64_t source = symbol_id(file, use.source);
     const std::string_view kind = edge_kind_of(use.kind);
-    if (use.kind == UseKind::import) {
+    if (use.imported) {
       const Value value = value_of(file, *use.imported, 0);
       if (value.kind == Value::Kind::symbols || value.kind == Value::Kind::module) {
         for (std::int64_t id : value.ids) {
@@ -857,6 +917,14 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
         links.pending.push_back({source, std::string(use.chain.front()), use.line});
         break;
       case Value::Kind::module:
+        // A script's namespace import used as a value (`{ formatters }`, `register(api)`):
+        // any of the module's exports may be read from it.
+        if (use.kind == UseKind::reference && use.chain.size() == 1 &&
+            script_dialect_of(model.path)) {
+          for (std::int64_t id : exports_of(value.module))
+            links.edges.push_back({source, id, kind, resolution::IMPORT, use.line});
+        }
+        break;
       case Value::Kind::instance:
       case Value::Kind::external:
         break;

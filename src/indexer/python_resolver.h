@@ -44,6 +44,9 @@ struct FileLinks {
 // The most guessed edges one call of a method on a value of unknown type makes.
 inline constexpr std::size_t MAX_GUESSES = 5;
 
+// The most exports of a script module that one use of the module as a value references.
+inline constexpr std::size_t MAX_EXPORTS_LISTED = 1000;
+
 // Whether `name` is one of Python's builtins (print, len, object, ValueError, ...).
 bool is_python_builtin(std::string_view name);
 
@@ -104,6 +107,7 @@ class PythonResolver {
   Value call_result(const Value& value, int depth) const;
   Value resolve_from(std::string_view module, std::string_view name) const;
   Value module_value(std::string_view module) const;
+  std::vector<std::int64_t> exports_of(std::string_view module) const;
   std::vector<std::int64_t> lookup_order(const std::vector<std::int64_t>& classes) const;
   Value member(const std::vector<std::int64_t>& classes, std::string_view name,
                bool skip_own) const;

@@ -25,7 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::array<std::pair<std::string_view, std::string_view>, 34> LANGUAGES{{
+constexpr std::array<std::pair<std::string_view, std::string_view>, 36> LANGUAGES{{
     {".py", "python"},
     {".pyi", "python"},
     {".md", "markdown"},
@@ -44,6 +44,8 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 34> LANGUAGE
     {".jsx", "javascript"},
     {".ts", "typescript"},
     {".tsx", "typescript"},
+    {".mts", "typescript"},
+    {".cts", "typescript"},
     {".java", "java"},
     {".go", "go"},
     {".rs", "rust"},

@@ -1,4 +1,4 @@
-// Small readers of tree-sitter nodes shared by the Python readers.
+// Small readers of tree-sitter nodes shared by the Python and script readers.
 #pragma once
 
 #include <tree_sitter/api.h>
@@ -8,6 +8,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace quarry::indexer {
 
@@ -20,13 +21,16 @@ inline std::string_view type_of(TSNode node) {
 // thread for each language and name (its callers pass string literals, so the name's
 // address stands for its text).
 inline TSFieldId field_id(const TSLanguage* language, const char* name) {
-  thread_local std::unordered_map<const char*, std::pair<const TSLanguage*, TSFieldId>> known;
-  auto [it, inserted] = known.try_emplace(name, language, TSFieldId{0});
-  if (inserted || it->second.first != language) {
-    it->second = {language, ts_language_field_id_for_name(
-                                language, name, static_cast<std::uint32_t>(std::strlen(name)))};
+  thread_local std::unordered_map<const char*, std::vector<std::pair<const TSLanguage*, TSFieldId>>>
+      known;
+  auto& ids = known[name];  // one entry per language this thread has asked for the name
+  for (const auto& [asked, id] : ids) {
+    if (asked == language) return id;
   }
-  return it->second.second;
+  const TSFieldId id =
+      ts_language_field_id_for_name(language, name, static_cast<std::uint32_t>(std::strlen(name)));
+  ids.emplace_back(language, id);
+  return id;
 }
 
 // The child of `node` under the field `name`; a null node when there is none.
@@ -42,6 +46,27 @@ inline std::int64_t line_of(TSNode node) {
 }
 inline std::int64_t end_line_of(TSNode node) {
   return ts_node_end_point(node).row + 1;
+}
+
+// The line (from 1) of the first place, in source order, where the tree holds a syntax
+// error: an error node or a node the parser had to assume missing.
+inline std::int64_t first_error_line(TSNode root) {
+  TSTreeCursor cursor = ts_tree_cursor_new(root);
+  TSNode node = root;
+  // An error node's symbol is the largest; this tree-sitter has no ts_node_is_error.
+  const auto is_error = [](TSNode n) { return ts_node_symbol(n) == static_cast<TSSymbol>(-1); };
+  while (!is_error(node) && !ts_node_is_missing(node)) {
+    bool found = false;
+    if (ts_tree_cursor_goto_first_child(&cursor)) {
+      do {
+        found = ts_node_has_error(ts_tree_cursor_current_node(&cursor));
+      } while (!found && ts_tree_cursor_goto_next_sibling(&cursor));
+    }
+    if (!found) break;  // the error is in `node` itself
+    node = ts_tree_cursor_current_node(&cursor);
+  }
+  ts_tree_cursor_delete(&cursor);
+  return static_cast<std::int64_t>(ts_node_start_point(node).row) + 1;
 }
 
 }  // namespace quarry::indexer

@@ -103,6 +103,23 @@ std::int64_t RowScan::integer(int column) const {
   return sqlite3_column_int64(statement_, column);
 }
 
+std::optional<std::int64_t> RowScan::integer_if(int column) const {
+  // The column's value read in place, as the column functions read it (this connection is
+  // used by one thread at a time).
+  sqlite3_value* value = sqlite3_column_value(statement_, column);
+  if (sqlite3_value_type(value) != SQLITE_INTEGER) return std::nullopt;
+  return sqlite3_value_int64(value);
+}
+
+std::optional<std::string_view> RowScan::text_if(int column) const {
+  sqlite3_value* value = sqlite3_column_value(statement_, column);
+  if (sqlite3_value_type(value) == SQLITE_NULL) return std::nullopt;
+  const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+  const int size = sqlite3_value_bytes(value);
+  return text == nullptr ? std::string_view()
+                         : std::string_view(text, static_cast<std::size_t>(size));
+}
+
 std::string_view RowScan::text(int column) const {
   const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
   const int size = sqlite3_column_bytes(statement_, column);

@@ -55,6 +55,12 @@ class RowScan {
   std::int64_t integer(int column) const;
   // The text of column `column`, valid until the next step; a number reads as its text.
   std::string_view text(int column) const;
+  // is_integer and integer, with one look-up of the column: the integer, or nothing when
+  // the column holds none (NULL, real or text). For the long scans.
+  std::optional<std::int64_t> integer_if(int column) const;
+  // is_null and text, with one look-up of the column: the text, or nothing when the column
+  // is NULL.
+  std::optional<std::string_view> text_if(int column) const;
 
  private:
   Database& db_;

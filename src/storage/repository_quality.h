@@ -141,9 +141,25 @@ class QualityQueries {
   // counts every candidate (of the component, when one is named; an unknown name has
   // none) and `truncated` tells whether at least one follows the page. Methods named like
   // one of `runtime_members` are never listed; their order and repeats do not matter.
-  // Runs two statements (the count, then the page). Requires `limit` and `offset` of zero
-  // or more (a negative value gives an unspecified page, never undefined behaviour).
+  // Candidates equal in confidence, path and line come by file id, kind and id. Requires
+  // `limit` and `offset` of zero or more (a negative value gives an unspecified page, never
+  // undefined behaviour). The listing of the whole index is scan_dead_code's; a component's,
+  // or one that scan_dead_code leaves to the statements, is dead_code_by_statements'.
   DeadCodePage get_dead_code(const DeadCodeOptions& options = {});
+
+  // get_dead_code by statements: the ranked statement (every candidate filtered in SQL,
+  // ordered, counted, and the page's ids and flags returned), then the texts and test use
+  // of the page's rows; past the last candidate, a count instead. At most two statements.
+  DeadCodePage dead_code_by_statements(const DeadCodeOptions& options);
+
+  // get_dead_code over the whole index from one sequential read each of the files, the
+  // symbols, the edges and the pending references, the listing decided in memory (the
+  // hierarchy edges of the classes that a method's rules ask about are looked up by
+  // source), in one read transaction. Gives the same page as dead_code_by_statements, or
+  // nothing, leaving the listing to it, when a component is named, a symbols row breaks the
+  // schema (a kind, name or fqn that is NULL, a start line that is no integer) or the
+  // symbols have more than 64 kinds.
+  std::optional<DeadCodePage> scan_dead_code(const DeadCodeOptions& options);
 
   // The dependency cycles of production code between components (`level` "component")
   // or between files (any other level): one entry per strongly connected component of two

@@ -90,6 +90,11 @@ std::pair<std::string, Params> QualityQueries::dead_code_candidates(
 }
 
 DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
+  if (std::optional<DeadCodePage> page = scan_dead_code(options)) return std::move(*page);
+  return dead_code_by_statements(options);
+}
+
+DeadCodePage QualityQueries::dead_code_by_statements(const DeadCodeOptions& options) {
   const std::string& production = PRODUCTION_SOURCE;
   const auto [candidates, clause_params] = dead_code_candidates(production, options.component);
   const std::string data = detail::DEAD_CODE_DATA + ", " + test_symbols();
@@ -117,15 +122,17 @@ DeadCodePage QualityQueries::get_dead_code(const DeadCodeOptions& options) {
   // filter's scan, the names of guessed uses are read for their names alone, and the ranked
   // statement orders every candidate by its flags, path and line and counts them all beside
   // the page's ids and flags; the texts and the test use are then read for the page's rows
-  // alone.
+  // alone. Candidates equal in the three keys come by file id, kind and id: the order in
+  // which the filter reads them (the files by id, the symbols of each by idx_symbols_file).
   const std::string ranked =
       data +
       ", candidate AS MATERIALIZED (SELECT s.id AS id, s.name AS name, f.path AS path, "
-      "s.start_line AS start_line " +
+      "s.start_line AS start_line, f.id AS file_id, s.kind AS kind " +
       candidates + "), " + fill_placeholder(detail::GUESSED_NAMES, "production", production) +
       " SELECT id, r0, r1, r2, COUNT(*) OVER () FROM (SELECT s.id AS id, s.path AS path, "
-      "s.start_line AS start_line, " +
-      flags + " FROM candidate s) ORDER BY (" + likely + "), path, start_line LIMIT ? OFFSET ?";
+      "s.start_line AS start_line, s.file_id AS file_id, s.kind AS kind, " +
+      flags + " FROM candidate s) ORDER BY (" + likely +
+      "), path, start_line, file_id, kind, id LIMIT ? OFFSET ?";
   // One row more than the page decides whether more follow; the largest limit has no room
   // for it, and no index holds that many rows anyway.
   const std::int64_t limit = std::max<std::int64_t>(options.limit, 0);

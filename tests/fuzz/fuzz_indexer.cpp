@@ -1,5 +1,6 @@
-// Feeds mutated Python sources, a few files at a time, to the parser and the resolver the
-// way the indexer does, and checks that what they make holds together.
+// Feeds mutated Python sources, or JavaScript and TypeScript ones, a few files at a time, to
+// the parsers and the resolver the way the indexer does, and checks that what they make
+// holds together.
 //
 //   fuzz_indexer [ITERATIONS [SEED [FIRST]]]
 #include <algorithm>
@@ -9,6 +10,8 @@
 #include "fuzz_support.h"
 #include "indexer/python_parser.h"
 #include "indexer/python_resolver.h"
+#include "indexer/script_modules.h"
+#include "indexer/script_parser.h"
 
 namespace quarry::fuzz {
 
@@ -70,6 +73,55 @@ const std::vector<std::string> PATHS = split(
     "src/app/main.py pkg/stubs.pyi tests/test_a.py __init__.py",
     ' ');
 
+// Script seeds: modules of each system, classes, types, JSX, and damage.
+const std::vector<std::string> SCRIPT_SEEDS = [] {
+  std::string chain;
+  for (int i = 0; i < 1000; ++i)
+    chain += "?.b()";
+  return std::vector<std::string>{
+      // ES modules: named, default, namespace, re-exports, dynamic import, default export.
+      "import def, { a as b, type T } from './a';\nimport * as ns from '../pkg/b.js';\n"
+      "export { b, c as d } from './c';\nexport * from '@org/ui';\nexport * as q from './v';\n"
+      "export default function main(x: T = def()) { return ns.f(b(x)).then(r => r.g); }\n"
+      "const lazy = await import('./lazy');\nexport = main;\n",
+      // CommonJS: require forms, module.exports and exports.x.
+      "const a = require('./a');\nconst { b, c: d } = require('../b');\n"
+      "const e = require('./e').e;\nmodule.exports = { a, d, f() { return a.g(); }, h: () => 1 };"
+      "\nmodule.exports.x = require('./x');\nexports.y = function y() {};\nmodule.exports = a;\n",
+      // TypeScript: classes, interfaces, enums, decorators, parameter properties, generics.
+      "@Component({ s: 1 })\nexport abstract class A<T> extends B<T> implements I, J.K {\n"
+      "  @Input() private f: Svc = new Svc();\n  #p = 1;\n  static s = () => this.m();\n"
+      "  constructor(private readonly r: Repo, public q?: Q) { super(r); }\n"
+      "  @log m(this: A<T>, x: number): Promise<R | null> { return this.r.get(x).m(); }\n"
+      "  get g() { return super.g; }\n  set g(v) {}\n  abstract n(): void;\n"
+      "  [Symbol.iterator]() {}\n  'quoted'() {}\n}\ninterface I extends J<K> { x: T; m(): void }\n"
+      "type U = A | B<C> & { k: typeof x };\nenum E { X = 1, Y = X }\n"
+      "declare global { interface Window { q: Q } }\ndeclare module 'm' { export const z: 1; }\n"
+      "namespace N.M { export function f() {} }\nfunction over(a: string): void;\n",
+      // JSX and TSX.
+      "export const App = ({ items }: Props) => (\n  <Layout.Main title={t('x')}>\n"
+      "    {items.map(i => <Item key={i.id} {...i} />)}\n    <div>text {`${a}`}</div>\n"
+      "    <></>\n  </Layout.Main>\n);\nfunction Item(p) { return <li onClick={() => p.f()}/>; }\n",
+      // Syntax errors and what the parser invents to recover.
+      "import { from './a';\nexport { as } from;\nclass { m( { }\nfunction (a, { return }\n"
+      "const = require();\nmodule.exports = ;\n@\nexport default\nx.\n<div\n",
+      // Ill-formed UTF-8, NUL bytes, carriage returns.
+      "const caf\xc3\xa9 = () => '\xff\xfe';\n\0\nclass K\xc0\xafL { m\xe2\x82() {} }\r"
+      "function f() {\r return caf\xc3\xa9(); }\r\n"s,
+      "",
+      // Deep nesting and long chains.
+      "x = " + std::string(2000, '(') + "1" + std::string(2000, ')') +
+          ";\ny = " + std::string(2000, '[') + ";\na" + chain + ";\nnew A().b" + chain + ";\n"};
+}();
+const std::vector<std::string> SCRIPT_TOKENS = split(
+    "function |class |(|)|{|}|=>|;|\n|'|\"|`|${|\0|\xff|\xe2\x82|\r|import |export |"
+    "default |from './a'|require('./b')|module.exports = |exports.z = |this.|super.|new |"
+    "<A>|</A>|<b/>|@d |: T|implements |extends |interface |type X = |enum |declare |*|,|="sv,
+    '|');
+// Relative neighbours, a package and its entry, declarations, a test.
+const std::vector<std::string> SCRIPT_PATHS =
+    split("a.ts v.ts c.js e.jsx lazy.mjs x.cjs pkg/b.ts pkg/index.tsx types.d.ts a.test.ts", ' ');
+
 bool in(std::int64_t value, std::int64_t low, std::int64_t high) {
   return value >= low && value <= high;
 }
@@ -97,11 +149,16 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
   for (const indexer::Definition& d : m.definitions) {
     if (d.name.empty() || !d.fqn.ends_with(d.name) || !well_formed(d.fqn) ||
         !well_formed(d.signature.value_or("")) ||
-        !listed("module class function method constant variable import toplevel", d.kind) ||
+        !listed("module class function method constant variable import toplevel interface "
+                "type_alias enum",
+                d.kind) ||
         !in(d.start_line, 1, d.end_line) || d.end_line > lines || bad_hints(d.hints) ||
         std::any_of(d.attributes.begin(), d.attributes.end(),
                     [&](const auto& a) { return a.name.empty() || bad_hints(a.hints); }) ||
-        (d.kind == "class" ? !in(d.body_scope, 1, scopes - 1) : d.body_scope != -1))
+        (d.kind == "class" ? !in(d.body_scope, 1, scopes - 1)
+         : listed("constant variable interface function", d.kind)
+             ? !in(d.body_scope, -1, scopes - 1) || d.body_scope == 0
+             : d.body_scope != -1))
       fail("definition " + show(d.fqn) + " " + std::string(d.kind) + " at " +
            std::to_string(d.start_line));
   }
@@ -111,7 +168,11 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
                !in(s.method_of, -1, defs - 1);
     for (const auto& [name, b] : s.bindings)
       bad |= !in(b.definition, -1, defs - 1) || bad_hints(b.hints);
-    if (bad) fail("scope " + show(s.fqn));
+    if (bad) {
+      std::string detail = " parent " + std::to_string(s.parent) + " owner " + std::to_string(s.owner) + " method_of " + std::to_string(s.method_of);
+      for (const auto& [name, b] : s.bindings) detail += " [" + std::string(name) + " def " + std::to_string(b.definition) + " hints " + std::to_string(b.hints.size()) + (bad_hints(b.hints) ? " BAD" : "") + "]";
+      fail("scope " + show(s.fqn) + detail);
+    }
   }
   for (const indexer::Use& use : m.uses) {
     if (!in(use.scope, 0, scopes - 1) || !in(use.source, 0, defs - 1) || !in(use.line, 1, lines))
@@ -119,21 +180,27 @@ void check_model(std::vector<std::string>& problems, const indexer::FileModel& m
   }
 }
 
-// One iteration: two to four files, each a seed mutated a few times or left as it is.
+// One iteration: two to four files of one language (Python, or scripts), each a seed
+// mutated a few times or left as it is.
 std::vector<std::string> check_iteration(Chooser& choose) {
   static indexer::PythonParser parser;
-  std::vector<std::string> paths = PATHS, problems;
+  static const indexer::ScriptModules modules(SCRIPT_PATHS, {});
+  static indexer::ScriptParser script_parser(modules);
+  const bool scripts = choose.one_in(2);
+  std::vector<std::string> paths = scripts ? SCRIPT_PATHS : PATHS, problems;
   std::vector<indexer::FileModel> models;
   // Symbol ids: file f's are [ids[f], ids[f + 1]).
   std::vector<std::int64_t> lines, ids = {1 + std::int64_t(choose.below(100000))};
   try {
     for (std::size_t i = 0, count = 2 + choose.below(3); i < count; ++i) {
       std::swap(paths[i], paths[i + choose.below(paths.size() - i)]);
-      std::string text = choose.pick(SEEDS);
+      const auto& seeds = scripts ? SCRIPT_SEEDS : SEEDS;
+      std::string text = choose.pick(seeds);
       for (std::size_t e = choose.one_in(4) ? 0 : 1 << choose.below(6); e > 0; --e)
-        mutate(choose, text, TOKENS, choose.pick(SEEDS));
+        mutate(choose, text, scripts ? SCRIPT_TOKENS : TOKENS, choose.pick(seeds));
       lines.push_back(std::count(text.begin(), text.end(), '\n') + 1);
-      models.push_back(parser.parse(paths[i], text));
+      models.push_back(scripts ? script_parser.parse(paths[i], text)
+                               : parser.parse(paths[i], text));
       ids.push_back(ids.back() + std::ssize(models.back().definitions));
       check_model(problems, models.back(), lines.back());
     }
@@ -145,7 +212,7 @@ std::vector<std::string> check_iteration(Chooser& choose) {
       for (const auto& e : links.edges) {
         if (!in(e.source, ids[f], ids[f + 1] - 1) || !in(e.target, ids[0], ids.back() - 1) ||
             !in(e.line, 1, lines[f]) || !listed("exact import local ambiguous", e.resolution) ||
-            !listed("call import inherits reference type decorates export", e.kind))
+            !listed("call import inherits implements reference type decorates export", e.kind))
           problems.push_back(models[f].path + ": edge " + show(e.kind) + " " + show(e.resolution));
       }
       for (const auto& p : links.pending) {

@@ -1,0 +1,4 @@
+import { Cart } from '../cart';
+
+const cart = new Cart();
+cart.clear();
