@@ -220,7 +220,7 @@ function qbApply(callback: () => number): number {
   return callback();
 }
 
-const qbHandlers = {
+export const qbHandlers = {
   qbOnLive(): number {
     return 32;
   },
@@ -541,7 +541,7 @@ function qbUseCallbacks() {
   return [qbApply(qbCallbackArgument), ...[1, 2].map(qbMapper), qbHandlers.qbOnLive()];
 }
 
-module.exports = { qbUseCallbacks };
+module.exports = { qbUseCallbacks, qbHandlers };
 """,
     "qb_plant_driver.js": """\
 // Planted: uses every live plant; the entry file calls qbDrive() at load.
@@ -624,10 +624,10 @@ def plants_of(base):
         Plant(False, "arrow function bound to a const", core, ("qbDeadArrow",), "function"),
         Plant(False, "function expression bound to a const", core, ("qbDeadFunctionExpression",), "function"),
         Plant(False, "method nothing calls, of a live class", classes, ("QbFresh.qbDeadMethod",), "method"),
-        Plant(False, "object-literal method nothing calls", callbacks, ("qbHandlers.qbOnDead",), "method"),
+        Plant(False, "method of an exported object literal nothing calls", callbacks, ("qbHandlers.qbOnDead",), "method"),
         Plant(True, "passed as a callback argument", callbacks, ("qbCallbackArgument",), "function"),
         Plant(True, "passed to Array.map", callbacks, ("qbMapper",), "function"),
-        Plant(True, "object-literal method called on the object", callbacks, ("qbHandlers.qbOnLive",), "method"),
+        Plant(True, "method of an exported object literal called on the object", callbacks, ("qbHandlers.qbOnLive",), "method"),
         Plant(True, f"inherited this.{m1}()", classes, (f"QbBase.{m1}",), "method"),
         Plant(True, "base class only in extends", classes, ("QbBase",), "class"),
         Plant(True, f"this.helper.{m2}(), helper made by the constructor", classes, (f"QbHelper.{m2}",), "method"),
