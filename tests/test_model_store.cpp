@@ -14,6 +14,20 @@ namespace {
 using indexer::Chain;
 using indexer::ModelStore;
 
+// Whether a name is bound in a scope of a model.
+struct BoundCase {
+  int scope;
+  std::string name;
+  bool bound;
+};
+
+void expect_bound(const indexer::FileModel& model, const std::vector<BoundCase>& cases) {
+  for (const BoundCase& c : cases) {
+    const indexer::Binding* found = model.scopes[static_cast<std::size_t>(c.scope)].find(c.name);
+    EXPECT_EQ(found != nullptr, c.bound) << c.scope << " " << c.name;
+  }
+}
+
 // What a store hands out stays where it is and as it was while the store grows past its
 // blocks, and equal names and chains are stored once.
 TEST(ModelStore, KeepsWhatItStoresAndStoresNamesOnce) {
@@ -58,13 +72,8 @@ TEST(ModelStore, ScopesFindTheirNamesAfterTheParserIsGone) {
     indexer::PythonParser parser;
     model = parser.parse("pkg/mod.py", source);
   }
-  struct Case {
-    int scope;
-    std::string name;
-    bool bound;
-  };
   const int function = 1;
-  const std::vector<Case> cases = {
+  const std::vector<BoundCase> cases = {
       {0, "os", true},       {0, "alias", true},     {0, "thing", false},    {0, "value_0", true},
       {0, "value_11", true}, {0, "value_12", false}, {0, "f", true},         {0, "a", false},
       {function, "a", true}, {function, "c", true},  {function, "f", false},
@@ -73,10 +82,7 @@ TEST(ModelStore, ScopesFindTheirNamesAfterTheParserIsGone) {
   EXPECT_GT(model.scopes[0].bindings.size(), indexer::MAX_SCOPE_SCAN);
   EXPECT_EQ(model.scopes[0].by_name.size(), model.scopes[0].bindings.size());
   EXPECT_TRUE(model.scopes[function].by_name.empty());
-  for (const Case& c : cases) {
-    const indexer::Binding* found = model.scopes[static_cast<std::size_t>(c.scope)].find(c.name);
-    EXPECT_EQ(found != nullptr, c.bound) << c.scope << " " << c.name;
-  }
+  expect_bound(model, cases);
   const indexer::Binding* alias = model.scopes[0].find("alias");
   ASSERT_NE(alias, nullptr);
   EXPECT_EQ(alias->module(), "pkg");
@@ -97,23 +103,15 @@ TEST(ModelStore, ScriptModelsOutliveTheirParser) {
     indexer::ScriptParser parser(modules);
     model = parser.parse("src/a.ts", source);
   }
-  struct Case {
-    int scope;
-    std::string name;
-    bool bound;
-  };
   const int function = 1;
-  const std::vector<Case> cases = {
+  const std::vector<BoundCase> cases = {
       {0, "x", true},        {0, "z", true},        {0, "y", false},        {0, "v_0", true},
       {0, "v_9", true},      {0, "f", true},        {0, "g", true},         {0, "a", false},
       {function, "a", true}, {function, "b", true}, {function, "g", false},
   };
   ASSERT_GT(model.scopes.size(), 1u);
   EXPECT_EQ(model.scopes[0].by_name.size(), model.scopes[0].bindings.size());
-  for (const Case& c : cases) {
-    const indexer::Binding* found = model.scopes[static_cast<std::size_t>(c.scope)].find(c.name);
-    EXPECT_EQ(found != nullptr, c.bound) << c.scope << " " << c.name;
-  }
+  expect_bound(model, cases);
   const indexer::Binding* x = model.scopes[0].find("x");
   ASSERT_NE(x, nullptr);
   EXPECT_EQ(x->kind, indexer::Binding::Kind::module);
