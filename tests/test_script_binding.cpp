@@ -166,7 +166,13 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
          "export * from './extra';\n"
          "export function main(text) {\n"
          "  return render(read(text), util.clean(parsers.json(text)));\n"
-         "}\n"},
+         "}\n"
+         "const later = () => import('./lazy').then((m) => m.page());\n"
+         "async function awaited() { const m = await import('./awaited'); return m.now(); }\n"
+         "const table = { run() {} };\n"
+         "later(awaited(table[0]()));\n"},
+        {"src/lazy.js", "export function page() {}\n"},
+        {"src/awaited.js", "export function now() {}\nexport function never() {}\n"},
         {"src/parse.js",
          "export function parse(t) { return t; }\nexport function unusedParse() {}\n"
          "export const parsers = { json(t) { return t; }, csv: (t) => t };\n"},
@@ -180,7 +186,9 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/index.main", "src/util/index.clean", "call", "import"},
         {"src/index.main", "src/parse.parsers.json", "call", "import"},
         {"src/index.<toplevel>", "src/format.format", "import", "import"},
-        {"src/index.<toplevel>", "src/extra", "import", "import"}},
+        {"src/index.<toplevel>", "src/extra", "import", "import"},
+        {"src/index.later", "src/lazy.page", "reference", "import"},
+        {"src/index.awaited", "src/awaited.now", "call", "import"}},
        {},
        {{"src/index.main", ""},     // the package's entry exports it
         {"src/format.format", ""},  // re-exported from the entry
@@ -189,7 +197,10 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"src/parse.unusedParse", "certain"},
         {"src/parse.parsers.csv", "certain"},
         {"src/parse.parsers.json", ""},
-        {"src/util/index.helper", "certain"}}},
+        {"src/util/index.helper", "certain"},
+        {"src/lazy.page", ""},  // what import() loads may be used
+        {"src/awaited.never", "certain"},
+        {"src/index.table.run", ""}}},  // an object the module keeps to itself
       {"CommonJS: require of a module, of its exports and of its module.exports value",
        {{"lib/cli.js",
          "const path = require('path');\n"
@@ -197,7 +208,11 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
          "const { slugify } = require('./text');\n"
          "const Runner = require('./runner');\n"
          "new Runner().run(slugify(path.join('a')), store.load());\n"
-         "const Legacy = require('./legacy');\nLegacy.create().start();\n"},
+         "const Legacy = require('./legacy');\nLegacy.create().start();\n"
+         "require('./text').slugify('b');\nrequire('./single')();\n"},
+        {"lib/single.js",
+         "function countdown(n) { return n > 0 ? countdown(n - 1) : 0; }\n"
+         "module.exports = function single() { return 1; };\n"},
         {"lib/legacy.js",
          "function Legacy() {}\nLegacy.prototype.start = function () { return this.tick(); };\n"
          "Legacy.prototype.tick = function () {};\n"
@@ -215,12 +230,14 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"lib/cli.<toplevel>", "lib/runner.Runner.run", "call", "exact"},
         {"lib/runner.Runner.run", "lib/runner.Runner.step", "call", "exact"},
         {"lib/cli.<toplevel>", "lib/legacy.Legacy.create", "call", "import"},
-        {"lib/legacy.Legacy.start", "lib/legacy.Legacy.tick", "call", "exact"}},
+        {"lib/legacy.Legacy.start", "lib/legacy.Legacy.tick", "call", "exact"},
+        {"lib/cli.<toplevel>", "lib/single.single", "call", "import"}},
        {},
        {{"lib/store.save", "certain"},
         {"lib/text.unused", "certain"},
         {"lib/runner.Runner.idle", "certain"},
-        {"lib/runner.Runner.step", ""}}},
+        {"lib/runner.Runner.step", ""},
+        {"lib/single.countdown", "certain"}}},  // only calls itself
       {"TypeScript: receivers typed by annotations, parameter properties, new and return types",
        {{"src/repo.ts",
          "export interface Store { get(id: string): Item; flush(): void; }\n"

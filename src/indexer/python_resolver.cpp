@@ -284,11 +284,17 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
         std::vector<int> ids{binding.definition};
         ids.insert(ids.end(), binding.also().begin(), binding.also().end());
         for (int d : ids) {
-          const std::string_view kind = files[f].definitions[static_cast<std::size_t>(d)].kind;
+          const Definition& member = files[f].definitions[static_cast<std::size_t>(d)];
+          const std::string_view kind = member.kind;
           if (kind == symbol_kind::METHOD) {
             methods_by_name_[name].push_back(symbol_id(f, d));
-            if (!name.starts_with("_"))
+            // Public: no leading underscore, no script `#name`, not declared private or
+            // protected (TypeScript).
+            const std::string_view signature = member.signature ? *member.signature : "";
+            if (!name.starts_with("_") && !name.starts_with("#") &&
+                !signature.starts_with("private ") && !signature.starts_with("protected ")) {
               methods_of_[symbol_id(f, scope.owner)].push_back(symbol_id(f, d));
+            }
           }
           if (kind == symbol_kind::METHOD || kind == symbol_kind::CLASS) {
             members_by_name_[name].push_back(symbol_id(f, d));
@@ -871,6 +877,7 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, int scope,
 FileLinks PythonResolver::resolve(std::size_t file) const {
   FileLinks links;
   const FileModel& model = files_[file];
+  const bool script = script_dialect_of(model.path).has_value();
   overridden_outside(file, links);
   HandedOver handed;
   for (const Use& use : model.uses) {
@@ -878,7 +885,12 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
     const std::string_view kind = edge_kind_of(use.kind);
     if (use.imported) {
       const Value value = value_of(file, *use.imported, 0);
-      if (value.kind == Value::Kind::symbols || value.kind == Value::Kind::module) {
+      if (value.kind == Value::Kind::module && use.kind == UseKind::reference) {
+        // A script's module loaded for what it exports (`import("./m")`, whose value goes
+        // where the index cannot follow): each of its exports may be used.
+        for (std::int64_t id : exports_of(value.module))
+          links.edges.push_back({source, id, kind, resolution::IMPORT, use.line});
+      } else if (value.kind == Value::Kind::symbols || value.kind == Value::Kind::module) {
         for (std::int64_t id : value.ids) {
           links.edges.push_back({source, id, kind, resolution::IMPORT, use.line});
         }
@@ -888,6 +900,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
     std::string_view resolution;
     const Value value = resolve_chain(file, use.scope, use.chain, resolution);
     const std::size_t edges_before = links.edges.size();
+    bool called_itself = false;
     switch (value.kind) {
       case Value::Kind::symbols:
         for (std::int64_t id : value.ids) {
@@ -895,6 +908,12 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
           // A name used as a value counts for functions and classes; a variable read is
           // no relation worth an edge.
           if (use.kind == UseKind::reference && !is_callable_kind(target.kind)) continue;
+          // A script function's call of itself is no use of it from elsewhere (the call is
+          // still bound, as the counts below say).
+          if (id == source && use.kind == UseKind::call && script) {
+            called_itself = true;
+            continue;
+          }
           links.edges.push_back({source, id, kind, resolution, use.line});
         }
         break;
@@ -919,8 +938,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       case Value::Kind::module:
         // A script's namespace import used as a value (`{ formatters }`, `register(api)`):
         // any of the module's exports may be read from it.
-        if (use.kind == UseKind::reference && use.chain.size() == 1 &&
-            script_dialect_of(model.path)) {
+        if (use.kind == UseKind::reference && use.chain.size() == 1 && script) {
           for (std::int64_t id : exports_of(value.module))
             links.edges.push_back({source, id, kind, resolution::IMPORT, use.line});
         }
@@ -929,7 +947,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       case Value::Kind::external:
         break;
     }
-    const bool made_edges = links.edges.size() > edges_before;
+    const bool made_edges = links.edges.size() > edges_before || called_itself;
     const bool outside_call =
         value.kind == Value::Kind::external || (value.kind == Value::Kind::unknown && !made_edges);
     if (use.kind == UseKind::call && outside_call && !use.arguments().empty() &&

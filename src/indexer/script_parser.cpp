@@ -18,6 +18,9 @@ namespace quarry::indexer {
 
 namespace {
 
+// The time a parse of a file gets at least, in microseconds.
+constexpr std::uint64_t PARSE_TIMEOUT_MICROS = 1000000;
+
 // The CommonJS names that stand for a module's exports.
 constexpr std::string_view MODULE_OBJECT = "module";
 constexpr std::string_view EXPORTS_OBJECT = "exports";
@@ -307,7 +310,7 @@ class ScriptBuilder {
   // An expression of members, calls and `new` read down to where it starts: `a.b().c` is
   // {a, b, "()", c}, `new C().m` is {C, "()", m}, `super.m` is {"", m}. A chain that does
   // not start from a name starts from UNKNOWN_VALUE, and `base` is what it starts from.
-  ChainWalk walk_chain(TSNode node) const {
+  ChainWalk walk_chain(TSNode node) {
     ChainWalk walk;
     std::vector<TSNode> calls;
     std::vector<std::size_t> call_at;
@@ -323,6 +326,18 @@ class ScriptBuilder {
           walk.names.emplace_back(UNKNOWN_VALUE);
           walk.base = field(node, "arguments");
           walk.has_base = !ts_node_is_null(walk.base);
+          break;
+        }
+        if (!ts_node_is_null(callee) && type_of(callee) == "import") {
+          // `import("./m").then(...)`: a promise; the import itself is read on its own.
+          walk.names.emplace_back(UNKNOWN_VALUE);
+          walk.base = node;
+          walk.has_base = true;
+          break;
+        }
+        if (const auto what = required(node)) {
+          // `require("./m").f()`, `require("./m")()`: the chain starts from the module's value.
+          walk.names.push_back(required_name(*what, line_of(node)));
           break;
         }
         call_at.push_back(walk.names.size());
@@ -858,9 +873,8 @@ class ScriptBuilder {
       define_class(frame, text(name), value, declarator);
       return;
     }
-    if (!ts_node_is_null(export_statement_) && frame.scope == MODULE_SCOPE &&
-        type_of(name) == "identifier" && value_type == "object" && !raw_text(name).empty() &&
-        !bindings(frame.scope).contains(text(name))) {
+    if (frame.scope == MODULE_SCOPE && type_of(name) == "identifier" && value_type == "object" &&
+        !raw_text(name).empty() && !bindings(frame.scope).contains(text(name))) {
       define_object(frame, text(name), value, declarator, constant);
       push(annotation, frame.scope, frame.owner, true);
       return;
@@ -873,9 +887,11 @@ class ScriptBuilder {
     push(value, frame.scope, frame.owner);
   }
 
-  // An exported object literal bound to `name`: a constant (or variable) whose methods, and
-  // properties holding functions, are its members (`api.get()` reaches them), as a class's
-  // methods are.
+  // An object literal bound to `name` in the module scope: a constant (or variable) whose
+  // methods, and properties holding functions, are its members (`api.get()` reaches them),
+  // as a class's methods are. The members of an object the module does not export (by its
+  // declaration, an export list, `module.exports` or a default export) are never reported
+  // (finish): code often calls them by computed names (`handlers[type]()`).
   void define_object(const Frame& frame, const std::string& name, TSNode object, TSNode whole,
                      bool constant) {
     const int id =
@@ -883,6 +899,7 @@ class ScriptBuilder {
     const int body =
         add_scope({Scope::Kind::class_body, frame.scope, id, -1, definition(id).fqn, {}, {}});
     definition(id).body_scope = body;
+    objects_.push_back(id);
     const Frame members{object, body, id, false};
     for (TSNode property : named_children(object)) {
       const std::string_view type = type_of(property);
@@ -954,34 +971,61 @@ class ScriptBuilder {
 
   // What `require("./m")` (the module's value) or `require("./m").name` (its export name)
   // reads, when `value` is one with a constant string.
+  // What `require("./m")` (the module's value), `require("./m").name` (its export name) or
+  // `await import("./m")` (the module's namespace) reads, when `value` is one with a
+  // constant string.
   struct Required {
     std::string specifier;
-    std::string member;  // empty for the module's value
+    std::string member;       // empty for the module's value
+    bool namespace_ = false;  // `await import(...)`
   };
   std::optional<Required> required(TSNode value) {
     if (ts_node_is_null(value)) return std::nullopt;
     std::string member;
+    bool awaited = false;
     if (type_of(value) == "member_expression") {
       member = text(field(value, "property"));
       value = field(value, "object");
-      if (ts_node_is_null(value)) return std::nullopt;
+    } else if (type_of(value) == "await_expression") {
+      value = ts_node_named_child(value, 0);
+      awaited = true;
     }
-    if (type_of(value) != "call_expression") return std::nullopt;
+    if (ts_node_is_null(value) || type_of(value) != "call_expression") return std::nullopt;
     const TSNode callee = field(value, "function");
-    if (ts_node_is_null(callee) || type_of(callee) != "identifier" || raw_text(callee) != "require")
+    if (ts_node_is_null(callee)) return std::nullopt;
+    const bool dynamic = awaited && type_of(callee) == "import";
+    if (!dynamic && (awaited || type_of(callee) != "identifier" || raw_text(callee) != "require"))
       return std::nullopt;
     const TSNode arguments = field(value, "arguments");
     const TSNode first = ts_node_is_null(arguments) ? TSNode{} : ts_node_named_child(arguments, 0);
     if (ts_node_is_null(first) || type_of(first) != "string") return std::nullopt;
-    return Required{string_value(first), std::move(member)};
+    return Required{string_value(first), std::move(member), dynamic};
   }
 
   // What a `require` gives: the module's export `member`, or its `module.exports` value
-  // (its "default") and otherwise the module itself.
+  // (its "default") and otherwise the module itself; what `await import` gives: the module.
   Binding required_binding(const Required& what) {
     const std::string module = modules_.module_for(m_.path, what.specifier);
+    if (what.namespace_) return imported(Binding::Kind::module, module);
     if (!what.member.empty()) return imported(Binding::Kind::imported_name, module, what.member);
     return imported(Binding::Kind::module, module, DEFAULT_EXPORT);
+  }
+
+  // The name that stands in a chain for the value of a require (`require("./m").f()`):
+  // bound in the module scope to what the require gives, with no symbol, once per file and
+  // specifier. No identifier holds a ":".
+  std::string required_name(const Required& what, std::int64_t line) {
+    std::string name = "require:" + what.specifier;
+    if (!bindings(MODULE_SCOPE).contains(name)) {
+      Binding binding = required_binding({what.specifier, {}, false});
+      m_.uses.push_back({.kind = UseKind::import,
+                         .scope = MODULE_SCOPE,
+                         .source = TOPLEVEL_DEFINITION,
+                         .line = static_cast<std::uint32_t>(line),
+                         .imported = store_.copy_one(binding)});
+      bindings(MODULE_SCOPE).emplace(store_.name(name), binding);
+    }
+    return name;
   }
 
   // `const x = require("./m")` binds x to m's value, `const x = require("./m").a` to m's
@@ -1016,10 +1060,18 @@ class ScriptBuilder {
       const TSNode first =
           ts_node_is_null(arguments) ? TSNode{} : ts_node_named_child(arguments, 0);
       if (!ts_node_is_null(first) && type_of(first) == "string") {
-        import_use(
-            frame,
-            imported(Binding::Kind::module, modules_.module_for(m_.path, string_value(first))),
-            line_of(frame.node));
+        const Binding module =
+            imported(Binding::Kind::module, modules_.module_for(m_.path, string_value(first)));
+        import_use(frame, module, line_of(frame.node));
+        // What `import("./m")` loads is used where the index cannot follow the promise
+        // (`.then((m) => m.f())`, `lazy(() => import("./Page"))`): any of its exports.
+        if (callee_type == "import")
+          import_use(frame, module, line_of(frame.node), UseKind::reference);
+        return;
+      }
+      if (callee_type == "import") {
+        // `import(name)`: nothing known is loaded (and a chain would start from this call).
+        push(arguments, frame.scope, frame.owner);
         return;
       }
     }
@@ -1436,6 +1488,17 @@ class ScriptBuilder {
     }
     std::sort(exports_.begin(), exports_.end());
     exports_.erase(std::unique(exports_.begin(), exports_.end()), exports_.end());
+    for (int object : objects_) {
+      const std::string name(definition(object).name);
+      if (std::binary_search(exports_.begin(), exports_.end(), name)) continue;
+      const int body = definition(object).body_scope;
+      for (const auto& [member, binding] : bindings_[static_cast<std::size_t>(body)]) {
+        if (binding.kind != Binding::Kind::definition) continue;
+        definition(binding.definition).is_export = true;
+        for (int other : binding.also())
+          definition(other).is_export = true;
+      }
+    }
     m_.exports.reserve(exports_.size());
     for (const std::string& name : exports_)
       m_.exports.push_back(store_.name(name));
@@ -1452,7 +1515,9 @@ class ScriptBuilder {
   std::vector<Frame> stack_;
   std::vector<std::string> exports_;
   TSNode export_statement_{};  // the export statement whose declaration is being visited
-  std::vector<std::pair<std::int64_t, std::int64_t>> ambient_;  // lines of `declare` blocks
+  std::vector<std::pair<std::int64_t, std::int64_t>> ambient_;
+  std::vector<int> objects_;  // the module's object literals with members (define_object)  // lines
+                              // of `declare` blocks
   // The names each scope binds, by scope, until finish() keeps them in the scopes.
   std::vector<BindingMap> bindings_;
 };
@@ -1500,10 +1565,15 @@ FileModel ScriptParser::parse(const std::string& path, std::string_view source) 
 
   ts_parser_set_language(parser_,
                          language_of(script_dialect_of(path).value_or(ScriptDialect::javascript)));
+  // The TSX grammar, with this tree-sitter, can lose itself in error recovery on damaged
+  // input: a parse gets a second plus a microsecond a byte (some hundred times what a file
+  // needs), then the file is given up with a warning.
+  ts_parser_set_timeout_micros(parser_, PARSE_TIMEOUT_MICROS + source.size());
   TSTree* tree = ts_parser_parse_string(parser_, nullptr, source.data(),
                                         static_cast<std::uint32_t>(source.size()));
   if (tree == nullptr) {
-    model.warnings.push_back(path + ": could not be parsed");
+    ts_parser_reset(parser_);  // a parse given up would otherwise go on with the next file
+    model.warnings.push_back(path + ": could not be parsed in time; not indexed");
     return model;
   }
   const TSNode root = ts_tree_root_node(tree);
