@@ -10,6 +10,7 @@
 #include "indexer/python_grammar.h"
 #include "indexer/python_strings.h"
 #include "indexer/syntax_nodes.h"
+#include "indexer/syntax_walker.h"
 #include "indexer/text.h"
 #include "models/symbol.h"
 
@@ -109,24 +110,12 @@ bool is_builtin_literal(std::string_view type) {
 // Builds the model of one file in a single pass over its syntax tree, with an explicit
 // stack of nodes still to visit.
 //
-// Children are listed with one tree cursor, never by index: tree-sitter keeps the items of a
-// long list or block in nested hidden nodes, and fetching the i-th child walks them from
-// the start, so reading a list of n items by index costs far more than n steps (minutes
-// for a list of a few million numbers). The cursor moves from a child to the next in
-// constant time on average.
-class ModelBuilder {
+// Children are listed with one tree cursor, never by index (see SyntaxWalker).
+class ModelBuilder : private SyntaxWalker {
  public:
   // Stores the model's names and lists in `store`.
   ModelBuilder(FileModel& model, ModelStore& store, std::string_view source, TSNode root)
-      : m_(model),
-        store_(store),
-        src_(source),
-        root_(root),
-        cursor_(ts_tree_cursor_new(root)),
-        bindings_(model.scopes.size()) {}
-  ~ModelBuilder() { ts_tree_cursor_delete(&cursor_); }
-  ModelBuilder(const ModelBuilder&) = delete;
-  ModelBuilder& operator=(const ModelBuilder&) = delete;
+      : SyntaxWalker(source, root), m_(model), store_(store), bindings_(model.scopes.size()) {}
 
   void build() {
     push(root_, MODULE_SCOPE, TOPLEVEL_DEFINITION);
@@ -139,41 +128,9 @@ class ModelBuilder {
   }
 
  private:
-  struct Frame {
-    TSNode node;
-    int scope;
-    int owner;
-    bool type_mode;
-  };
-
-  // The source bytes of `node`, as they are (not checked as UTF-8).
-  std::string_view raw_text(TSNode node) const {
-    const std::uint32_t start = ts_node_start_byte(node);
-    const std::uint32_t end =
-        std::min<std::uint32_t>(ts_node_end_byte(node), static_cast<std::uint32_t>(src_.size()));
-    if (start >= end) return {};
-    return src_.substr(start, end - start);
-  }
-
-  std::string text(TSNode node) const { return valid_utf8(raw_text(node)); }
-
   // Whether the text of `node` is `expected` (which is ASCII), without copying it: the
   // node may be a large expression.
   bool text_is(TSNode node, std::string_view expected) const { return raw_text(node) == expected; }
-
-  // The named children of `node`, in source order.
-  std::vector<TSNode> named_children(TSNode node) {
-    std::vector<TSNode> out;
-    out.reserve(ts_node_named_child_count(node));
-    ts_tree_cursor_reset(&cursor_, node);
-    if (ts_tree_cursor_goto_first_child(&cursor_)) {
-      do {
-        const TSNode child = ts_tree_cursor_current_node(&cursor_);
-        if (ts_node_is_named(child)) out.push_back(child);
-      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
-    }
-    return out;
-  }
 
   // The children of `node` under the field `name` (a field may repeat, as in imports). The
   // cursor reads the field names; it is the reliable way with repeated fields.
@@ -189,25 +146,6 @@ class ModelBuilder {
       } while (ts_tree_cursor_goto_next_sibling(&cursor_));
     }
     return out;
-  }
-
-  void push(TSNode node, int scope, int owner, bool type_mode = false) {
-    if (!ts_node_is_null(node)) stack_.push_back({node, scope, owner, type_mode});
-  }
-
-  // Pushes the named children of the frame's node straight from the cursor (a list may hold
-  // millions of items), then reverses them on the stack so that they are visited in source
-  // order.
-  void push_children(const Frame& frame) {
-    const std::size_t first = stack_.size();
-    ts_tree_cursor_reset(&cursor_, frame.node);
-    if (ts_tree_cursor_goto_first_child(&cursor_)) {
-      do {
-        const TSNode child = ts_tree_cursor_current_node(&cursor_);
-        if (ts_node_is_named(child)) push(child, frame.scope, frame.owner, frame.type_mode);
-      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
-    }
-    std::reverse(stack_.begin() + static_cast<std::ptrdiff_t>(first), stack_.end());
   }
 
   int add_definition(Definition definition) {
@@ -1021,10 +959,6 @@ class ModelBuilder {
 
   FileModel& m_;
   ModelStore& store_;
-  std::string_view src_;
-  TSNode root_;
-  TSTreeCursor cursor_;  // lists children; reset for each node, never held across calls
-  std::vector<Frame> stack_;
   std::vector<std::string> exports_;
   // The names each scope binds, by scope, until finish() keeps them in the scopes.
   std::vector<BindingMap> bindings_;

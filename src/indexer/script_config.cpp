@@ -45,29 +45,10 @@ std::string directory_of(std::string_view path) {
   return slash == std::string_view::npos ? std::string() : std::string(path.substr(0, slash));
 }
 
-// `path` relative to the root for `relative`, written relative to `directory`; "." and
-// ".." folded (nothing above the root).
+// The path relative to the root of `relative`, written relative to `directory`.
 std::optional<std::string> from_root(const std::string& directory, std::string_view relative) {
-  std::vector<std::string> parts;
-  std::string whole =
-      directory.empty() ? std::string(relative) : directory + "/" + std::string(relative);
-  std::size_t start = 0;
-  while (start <= whole.size()) {
-    std::size_t slash = whole.find('/', start);
-    if (slash == std::string::npos) slash = whole.size();
-    const std::string part = whole.substr(start, slash - start);
-    if (part == "..") {
-      if (parts.empty()) return std::nullopt;
-      parts.pop_back();
-    } else if (!part.empty() && part != ".") {
-      parts.push_back(part);
-    }
-    start = slash + 1;
-  }
-  std::string out;
-  for (const std::string& part : parts)
-    out += (out.empty() ? "" : "/") + part;
-  return out;
+  return normalized(directory.empty() ? std::string(relative)
+                                      : directory + "/" + std::string(relative));
 }
 
 // `text` without the commas that close an object or array (`[1, 2,]`), outside strings:

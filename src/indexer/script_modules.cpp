@@ -40,7 +40,13 @@ constexpr std::array<std::pair<std::string_view, std::array<std::string_view, 3>
     {".cjs", {".cts", ".d.cts", ""}},
 }};
 
-// `path` with "." and ".." segments folded; nothing when it climbs above the root.
+std::string_view directory_of(std::string_view path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+}
+
+}  // namespace
+
 std::optional<std::string> normalized(std::string_view path) {
   std::vector<std::string_view> parts;
   std::size_t start = 0;
@@ -63,13 +69,6 @@ std::optional<std::string> normalized(std::string_view path) {
   }
   return out;
 }
-
-std::string_view directory_of(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
-}
-
-}  // namespace
 
 std::optional<ScriptDialect> script_dialect_of(std::string_view path) {
   for (const Extension& extension : EXTENSIONS) {

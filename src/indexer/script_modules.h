@@ -21,6 +21,10 @@ std::optional<ScriptDialect> script_dialect_of(std::string_view path);
 // types and exports, never reported.
 bool is_declaration_file(std::string_view path);
 
+// `path` (relative, "/" separators) with "." and ".." segments and empty ones folded;
+// nothing when it climbs above the root.
+std::optional<std::string> normalized(std::string_view path);
+
 // The module name of a script file: its path without the extension ("src/ui/button" for
 // "src/ui/button.tsx", "types/api.d" for "types/api.d.ts"). Script module names always hold
 // the path's directories with "/", so they never meet a Python module's dotted name unless

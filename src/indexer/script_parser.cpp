@@ -7,6 +7,7 @@
 
 #include "indexer/model_building.h"
 #include "indexer/syntax_nodes.h"
+#include "indexer/syntax_walker.h"
 #include "indexer/text.h"
 #include "models/symbol.h"
 
@@ -47,23 +48,17 @@ bool is_component_name(std::string_view name) {
 }
 
 // Builds the model of one script file in a single pass over its syntax tree, with an
-// explicit stack of nodes still to visit. Children are listed with one tree cursor (see
-// the Python reader for why never by index).
-class ScriptBuilder {
+// explicit stack of nodes still to visit (SyntaxWalker).
+class ScriptBuilder : private SyntaxWalker {
  public:
   // Stores the model's names and lists in `store`.
   ScriptBuilder(FileModel& model, ModelStore& store, std::string_view source, TSNode root,
                 const ScriptModules& modules)
-      : m_(model),
+      : SyntaxWalker(source, root),
+        m_(model),
         store_(store),
-        src_(source),
-        root_(root),
         modules_(modules),
-        cursor_(ts_tree_cursor_new(root)),
         bindings_(model.scopes.size()) {}
-  ~ScriptBuilder() { ts_tree_cursor_delete(&cursor_); }
-  ScriptBuilder(const ScriptBuilder&) = delete;
-  ScriptBuilder& operator=(const ScriptBuilder&) = delete;
 
   void build() {
     push(root_, MODULE_SCOPE, TOPLEVEL_DEFINITION);
@@ -76,24 +71,6 @@ class ScriptBuilder {
   }
 
  private:
-  struct Frame {
-    TSNode node;
-    int scope;
-    int owner;
-    bool type_mode;
-  };
-
-  std::string_view raw_text(TSNode node) const {
-    if (ts_node_is_null(node)) return {};
-    const std::uint32_t start = ts_node_start_byte(node);
-    const std::uint32_t end =
-        std::min<std::uint32_t>(ts_node_end_byte(node), static_cast<std::uint32_t>(src_.size()));
-    if (start >= end) return {};
-    return src_.substr(start, end - start);
-  }
-
-  std::string text(TSNode node) const { return valid_utf8(raw_text(node)); }
-
   // The value of a string literal: its fragments, without quotes or escapes read.
   std::string string_value(TSNode node) {
     std::string value;
@@ -102,18 +79,6 @@ class ScriptBuilder {
       if (type_of(part) == "string_fragment") value += text(part);
     }
     return value;
-  }
-
-  std::vector<TSNode> named_children(TSNode node) {
-    std::vector<TSNode> out;
-    ts_tree_cursor_reset(&cursor_, node);
-    if (ts_tree_cursor_goto_first_child(&cursor_)) {
-      do {
-        const TSNode child = ts_tree_cursor_current_node(&cursor_);
-        if (ts_node_is_named(child)) out.push_back(child);
-      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
-    }
-    return out;
   }
 
   // Whether `node` has an unnamed child written `token` ("default", "type", "static").
@@ -126,22 +91,6 @@ class ScriptBuilder {
       } while (ts_tree_cursor_goto_next_sibling(&cursor_));
     }
     return false;
-  }
-
-  void push(TSNode node, int scope, int owner, bool type_mode = false) {
-    if (!ts_node_is_null(node)) stack_.push_back({node, scope, owner, type_mode});
-  }
-
-  void push_children(const Frame& frame) {
-    const std::size_t first = stack_.size();
-    ts_tree_cursor_reset(&cursor_, frame.node);
-    if (ts_tree_cursor_goto_first_child(&cursor_)) {
-      do {
-        const TSNode child = ts_tree_cursor_current_node(&cursor_);
-        if (ts_node_is_named(child)) push(child, frame.scope, frame.owner, frame.type_mode);
-      } while (ts_tree_cursor_goto_next_sibling(&cursor_));
-    }
-    std::reverse(stack_.begin() + static_cast<std::ptrdiff_t>(first), stack_.end());
   }
 
   Scope& scope(int index) { return m_.scopes[static_cast<std::size_t>(index)]; }
@@ -1508,16 +1457,11 @@ class ScriptBuilder {
 
   FileModel& m_;
   ModelStore& store_;
-  std::string_view src_;
-  TSNode root_;
   const ScriptModules& modules_;
-  TSTreeCursor cursor_;
-  std::vector<Frame> stack_;
   std::vector<std::string> exports_;
   TSNode export_statement_{};  // the export statement whose declaration is being visited
-  std::vector<std::pair<std::int64_t, std::int64_t>> ambient_;
-  std::vector<int> objects_;  // the module's object literals with members (define_object)  // lines
-                              // of `declare` blocks
+  std::vector<std::pair<std::int64_t, std::int64_t>> ambient_;  // lines of `declare` blocks
+  std::vector<int> objects_;  // the module's object literals with members (define_object)
   // The names each scope binds, by scope, until finish() keeps them in the scopes.
   std::vector<BindingMap> bindings_;
 };
