@@ -76,11 +76,16 @@ def run_quarry(quarry, root):
         ).stdout
     )
     seconds = time.monotonic() - start
+    return seconds, db, dead_code_findings(quarry, db, root), summary.get("calls")
+
+
+def dead_code_findings(quarry, db, cwd):
+    """Every dead-code finding of the index `db`, by fqn, read a page at a time."""
     findings, offset = {}, 0
     while True:
         out = subprocess.run(
             [quarry, "--db", db, "dead-code", "--json", "--limit", str(PAGE), "--offset", str(offset)],
-            cwd=root,
+            cwd=cwd,
             check=True,
             capture_output=True,
             text=True,
@@ -90,7 +95,7 @@ def run_quarry(quarry, root):
             findings[finding["fqn"]] = finding
         offset += len(page["symbols"])
         if not page["truncated"] or not page["symbols"]:
-            return seconds, db, findings, summary.get("calls")
+            return findings
 
 
 def run_vulture(root, package):

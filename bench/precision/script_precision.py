@@ -23,10 +23,9 @@ import tempfile
 import time
 
 import script_plants
-from precision import table
+from precision import count_lines, dead_code_findings, table
 from script_bases import CODE_BASES, COMMON_DROP
 
-PAGE = 1000
 HERE = os.path.dirname(os.path.abspath(__file__))
 SCRIPT_EXTENSIONS = (".js", ".mjs", ".cjs", ".jsx", ".ts", ".mts", ".cts", ".tsx")
 DEFINITION_KINDS = ("function", "class", "method", "interface", "type_alias", "enum")
@@ -73,14 +72,6 @@ def script_files(root):
     return files
 
 
-def count_lines(root, files):
-    total = 0
-    for rel in files:
-        with open(os.path.join(root, rel), "rb") as f:
-            total += f.read().count(b"\n")
-    return total
-
-
 def run_quarry(quarry, root):
     """Indexes `root`: (seconds, database, every dead-code finding by fqn, file cycles)."""
     db = os.path.join(root, ".quarry", "index.db")
@@ -89,18 +80,7 @@ def run_quarry(quarry, root):
     start = time.monotonic()
     run([quarry, "index", "--json", root], cwd=root)
     seconds = time.monotonic() - start
-    findings, offset = {}, 0
-    while True:
-        page = json.loads(
-            run(
-                [quarry, "--db", db, "dead-code", "--json", "--limit", str(PAGE), "--offset", str(offset)], cwd=root
-            ).stdout
-        )
-        for finding in page["symbols"]:
-            findings[finding["fqn"]] = finding
-        offset += len(page["symbols"])
-        if not page["truncated"] or not page["symbols"]:
-            break
+    findings = dead_code_findings(quarry, db, root)
     cycles = json.loads(run([quarry, "--db", db, "cycles", "--level", "file", "--json"], cwd=root).stdout)
     return seconds, db, findings, cycles
 
