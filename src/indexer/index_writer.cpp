@@ -10,19 +10,11 @@
 
 namespace quarry::indexer {
 
-namespace {
-
-// The page cache of the writing connection, in KiB, while rows are written: the parsed
-// models of the whole repository are held meanwhile, so the cache stays small and spills
-// its pages to the file.
-constexpr int WRITING_CACHE_KIB = 16 * 1024;
-// The page cache once the models are freed, in KiB: the link lookup indexes are sorted
-// within it, and a larger cache spills fewer sorted runs to disk.
-constexpr int INDEXING_CACHE_KIB = 32 * 1024;
-
 std::string cache_size_sql(int kib) {
   return "PRAGMA cache_size = -" + std::to_string(kib) + ";";
 }
+
+namespace {
 
 // One insert statement, prepared once and run per row with its values bound in place:
 // the writer runs it millions of times on a large repository, so no row is built as
@@ -92,10 +84,11 @@ struct IndexWriter::Statements {
 namespace {
 
 Database open_for_writing(const std::string& path, const IndexMeta& meta) {
-  Database db = create_index(path, false);
-  // The file is renamed into place only when complete; it needs no journal.
-  db.execute("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; " +
-             cache_size_sql(WRITING_CACHE_KIB) + " BEGIN");
+  // Set before the tables are made: a signal that ends the run while they are made leaves
+  // no journal beside the temporary file (which is removed).
+  Database db = create_index(path, false,
+                             std::string(WRITING_PRAGMAS_SQL) + cache_size_sql(WRITING_CACHE_KIB));
+  db.execute("BEGIN");
   write_index_meta(db, meta);
   return db;
 }

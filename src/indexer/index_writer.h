@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "indexer/python_model.h"
@@ -20,6 +21,22 @@ struct ListedFile {
   // The component of a parsed file when it is not its directory's (a workspace package).
   std::string component;
 };
+
+// The page cache of the writing connection, in KiB, while rows are written: the parsed
+// models of the whole repository are held meanwhile, so the cache stays small and spills
+// its pages to the file.
+constexpr int WRITING_CACHE_KIB = 16 * 1024;
+// The page cache once the models are freed, in KiB: the link lookup indexes are sorted
+// within it, and a larger cache spills fewer sorted runs to disk.
+constexpr int INDEXING_CACHE_KIB = 32 * 1024;
+
+// What the writing connection is set to: the file is renamed into place only when
+// complete, so it needs no journal and no syncing.
+constexpr std::string_view WRITING_PRAGMAS_SQL =
+    "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF;";
+
+// The statement that sets the page cache to `kib` KiB.
+std::string cache_size_sql(int kib);
 
 struct WriteCounts {
   std::size_t symbols = 0;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <future>
 #include <iterator>
 #include <mutex>
 #include <new>
@@ -260,6 +261,10 @@ IndexSummary build_index(const IndexOptions& options) {
     return [&options, phase, total](std::size_t done) { options.progress(phase, done, total); };
   };
   IndexTarget target(options.db_path, options.waiting);
+  // The new index file is made (its tables and meta) while the files are listed and parsed.
+  auto opening = std::async(std::launch::async, [&] {
+    return std::make_unique<IndexWriter>(target.temporary(), meta_of(options));
+  });
 
   std::vector<ListedFile> files;
   // The files that are parsed, Python and scripts, in the order of the listing.
@@ -354,7 +359,6 @@ IndexSummary build_index(const IndexOptions& options) {
   // each file's links as soon as they are resolved (in file order, freed once written), so
   // that writing overlaps resolving and the links of the whole repository are never held
   // at once.
-  const IndexMeta meta = meta_of(options);
   std::vector<FileLinks> links(models.size());
   WriteHandoff handoff(models.size());
   std::atomic<std::size_t> written{0};
@@ -362,16 +366,16 @@ IndexSummary build_index(const IndexOptions& options) {
   WriteCounts counts;
   std::jthread writer([&] {
     try {
-      IndexWriter index(target.temporary(), meta);
-      index.write_files(files, models, first_symbol_ids(models));
+      const std::unique_ptr<IndexWriter> index = opening.get();
+      index->write_files(files, models, first_symbol_ids(models));
       handoff.files_written();
       for (std::size_t i = 0; i < links.size() && handoff.wait_resolved(i); ++i) {
-        index.write_links(links[i]);
+        index->write_links(links[i]);
         links[i].edges = {};
         links[i].pending = {};
         ++written;
       }
-      if (written == links.size() && handoff.wait_released()) counts = index.finish();
+      if (written == links.size() && handoff.wait_released()) counts = index->finish();
     } catch (...) {
       write_failure = std::current_exception();
     }

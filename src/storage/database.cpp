@@ -458,8 +458,9 @@ CREATE INDEX idx_edges_source ON edges(source_id, kind, resolution, target_id);
 CREATE INDEX idx_pending_name ON pending_references(target_name);
 )sql";
 
-Database create_index(const std::string& path, bool with_lookups) {
+Database create_index(const std::string& path, bool with_lookups, std::string_view settings) {
   Database db = Database::open_writable(path);
+  if (!settings.empty()) db.execute(settings);
   db.execute("BEGIN");
   try {
     db.execute(INDEX_TABLES_SQL);

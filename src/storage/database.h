@@ -109,8 +109,10 @@ extern const std::string_view INDEX_LINK_LOOKUPS_SQL;
 
 // Creates a new, empty index at `path` and returns a writable connection to it. With
 // `with_lookups` false the lookup indexes are left out, for a writer that bulk-loads first
-// and adds them afterwards (execute both parts of the lookups). Throws DatabaseError when
-// the file already holds an index or cannot be written.
-Database create_index(const std::string& path, bool with_lookups = true);
+// and adds them afterwards (execute both parts of the lookups). `settings` (PRAGMA
+// statements, such as a journal mode) are run on the connection before anything is
+// written. Throws DatabaseError when the file already holds an index or cannot be written.
+Database create_index(const std::string& path, bool with_lookups = true,
+                      std::string_view settings = {});
 
 }  // namespace quarry
