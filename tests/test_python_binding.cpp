@@ -218,6 +218,25 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
        {},
        {},
        {{"shapes.Parser.parse", ""}, {"shapes.Config.get_value", "likely"}}},
+      {"a call of itself is no use: what only its own recursion calls is dead",
+       {{"walk.py",
+         "def countdown(n):\n    return countdown(n - 1) if n else 0\n"
+         "def depth(n):\n    return depth(n - 1) + 1 if n else 0\n"
+         "class Tree:\n"
+         "    def size(self):\n        return self.size()\n"
+         "    def height(self):\n        return self.height()\n"
+         "def main():\n    return depth(3) + Tree().height()\n"
+         "main()\n"}},
+       {{"walk.main", "walk.depth", "call", "local"},
+        {"walk.main", "walk.Tree.height", "call", "exact"}},
+       {},
+       {{"walk.countdown", "certain"},
+        {"walk.depth", ""},
+        {"walk.Tree.size", "certain"},
+        {"walk.Tree.height", ""}},
+       {{"walk.countdown", "walk.countdown"},
+        {"walk.depth", "walk.depth"},
+        {"walk.Tree.size", "walk.Tree.size"}}},
   };
   for (const auto& family : families)
     testing::check_binding(family);

@@ -908,9 +908,9 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
           // A name used as a value counts for functions and classes; a variable read is
           // no relation worth an edge.
           if (use.kind == UseKind::reference && !is_callable_kind(target.kind)) continue;
-          // A script function's call of itself is no use of it from elsewhere (the call is
-          // still bound, as the counts below say).
-          if (id == source && use.kind == UseKind::call && script) {
+          // A function's call of itself is no use of it from elsewhere (the call is still
+          // bound, as the counts below say): a function only its own recursion calls is dead.
+          if (id == source && use.kind == UseKind::call) {
             called_itself = true;
             continue;
           }
