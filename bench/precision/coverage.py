@@ -10,6 +10,9 @@ the same file, at the same line, to a symbol of the same name:
 - guessed: such edges exist, all of them guesses (ambiguous, model);
 - unbound: no such edge.
 
+A call of the enclosing function by its own name that has no edge is its recursion, which
+the index binds without an edge: such sites are left out.
+
 The index records a call at the line where the call expression starts, the first line of
 its callee (`f(\\n x)` and `(f\\n (x))` both start at f's line), which is what `ast` gives as
 the Call's `lineno`. A decorator written as a call (`@app.route("/")`) is recorded as a
@@ -37,13 +40,24 @@ def defined_names(root):
 
 
 def call_sites(path):
-    """(line, callee name) of each call by name or attribute in the file."""
-    for node in ast.walk(parse(path)):
+    """(line, callee name, whether it calls the enclosing function by its own name: `f()` in
+    `f`, `self.f()` or `cls.f()` in method `f`) of each call by name or attribute in the
+    file."""
+    stack = [(parse(path), None)]
+    while stack:
+        node, enclosing = stack.pop()
         if isinstance(node, ast.Call):
-            if isinstance(node.func, ast.Name):
-                yield node.lineno, node.func.id
-            elif isinstance(node.func, ast.Attribute):
-                yield node.lineno, node.func.attr
+            func = node.func
+            if isinstance(func, ast.Name):
+                yield node.lineno, func.id, func.id == enclosing
+            elif isinstance(func, ast.Attribute):
+                on_self = isinstance(func.value, ast.Name) and func.value.id in ("self", "cls")
+                yield node.lineno, func.attr, on_self and func.attr == enclosing
+        if isinstance(node, (ast.FunctionDef, ast.AsyncFunctionDef)):
+            enclosing = node.name
+        elif isinstance(node, ast.ClassDef):
+            enclosing = None
+        stack.extend((child, enclosing) for child in ast.iter_child_nodes(node))
 
 
 def edge_resolutions(db):
@@ -79,10 +93,13 @@ def measure(root, own_files, db):
     misses = {"guessed": Counter(), "unbound": Counter()}
     example = {}
     for rel in own_files:
-        for line, name in call_sites(os.path.join(root, rel)):
+        for line, name, own in call_sites(os.path.join(root, rel)):
             if name not in names:
                 continue
-            kind = classify(edges.get((rel, line, name), set()))
+            resolutions = edges.get((rel, line, name), set())
+            if own and not resolutions:
+                continue  # a function's recursion: bound, but it makes no edge
+            kind = classify(resolutions)
             counts[kind] += 1
             if kind != "evidence":
                 misses[kind][name] += 1

@@ -42,6 +42,10 @@ def qb_dead_chain_outer():
 
 def qb_dead_chain_inner():
     return 5
+
+
+def qb_dead_recursive(n):
+    return qb_dead_recursive(n - 1) if n else 0
 ''',
     "qb_plant_base.py": '''\
 """Planted: a base class whose method a subclass calls on self."""
@@ -263,6 +267,7 @@ def plants_of(lib):
         Plant(False, "class", core, ("QbDeadClass",)),
         Plant(False, "method of a live library class", lib.host[0], (f"{lib.host[1]}.{HOST_METHOD}",)),
         Plant(False, "outer end of a dead chain", core, ("qb_dead_chain_outer",)),
+        Plant(False, "function used only by its own recursive call", core, ("qb_dead_recursive",)),
         Plant(True, "from pkg.m import f; f()", core, ("qb_imported",)),
         Plant(True, "module.f()", core, ("qb_via_module",)),
         Plant(True, f"inherited self.{m1}()", at("qb_plant_base"), (f"QbBase.{m1}",)),
