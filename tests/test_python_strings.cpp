@@ -88,14 +88,22 @@ TEST(PythonStrings, NamesInStringsAreUsesOfWhatTheyName) {
         {"reg/other.py", "def fallback(): pass\ndef unlisted(): pass\n"},
         {"app.py",
          "ROUTES = [('reg.impl', 'Handler'), ('reg.impl', 'fallback'), ('ext.lib', 'unlisted')]\n"
-         "CONF = {'module': 'reg.impl', 'factory': 'make'}\nNAMES = ['unlisted']\n"}},
+         "CONF = {'module': 'reg.impl', 'factory': 'make'}\nNAMES = ['unlisted']\n"
+         "COMMANDS = {'run': Info('reg.cmds', 'RunCommand', 'Runs.'),\n"
+         "            'stop': Info(module='reg.cmds', name='StopCommand')}\n"},
+        {"reg/cmds.py",
+         "class RunCommand: pass\nclass StopCommand: pass\nclass UnnamedCommand: pass\n"}},
        {{"app.<toplevel>", "reg.impl.Handler", "reference", "exact"},
         {"app.<toplevel>", "reg.impl.make", "reference", "exact"},
+        {"app.<toplevel>", "reg.cmds.RunCommand", "reference", "exact"},
+        {"app.<toplevel>", "reg.cmds.StopCommand", "reference", "exact"},
         {"app.<toplevel>", "reg.other.fallback", "reference", "ambiguous"}},
        {{"app.<toplevel>", "reg.other.unlisted"}},
        {{"reg.impl.make", ""},
         {"reg.other.fallback", "likely"},
-        {"reg.other.unlisted", "certain"}}},
+        {"reg.other.unlisted", "certain"},
+        {"reg.cmds.RunCommand", ""},
+        {"reg.cmds.UnnamedCommand", "certain"}}},
       {"dispatch by prefix",
        {{"d.py",
          "import sys\nclass Base:\n    def on_open(self): pass\nclass Conn(Base):\n"

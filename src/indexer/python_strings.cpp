@@ -285,7 +285,7 @@ void StringEvidence::visit(TSNode node, int scope, int owner) {
   } else if (type == "assignment") {
     note_assignment(node, scope);
   } else if (type == "tuple" || type == "list" || type == "dictionary" ||
-             type == "expression_list") {
+             type == "expression_list" || type == "argument_list") {
     note_registry(node, scope, owner);
   }
 }
@@ -373,14 +373,16 @@ void StringEvidence::note_assignment(TSNode node, int scope) {
   }
 }
 
-// ("pkg.mod", "Name"), ["pkg.mod", "Name"], {"module": "pkg.mod", "name": "Name"}: the names
-// beside dotted paths in one small literal.
+// ("pkg.mod", "Name"), ["pkg.mod", "Name"], {"module": "pkg.mod", "name": "Name"},
+// Info("pkg.mod", "Name", ...), Info(module="pkg.mod", name="Name"): the names beside dotted
+// paths in one small literal or one call's arguments.
 void StringEvidence::note_registry(TSNode node, int scope, int owner) {
   if (ts_node_named_child_count(node) > MAX_REGISTRY_ELEMENTS) return;
   const bool is_dict = type_of(node) == "dictionary";
   std::vector<TSNode> strings;
   for (TSNode element : children(node, true)) {
     if (is_dict && type_of(element) == "pair") element = field(element, "value");
+    if (type_of(element) == "keyword_argument") element = field(element, "value");
     const std::string_view type = type_of(element);
     if (type == "string" || type == "concatenated_string") strings.push_back(element);
   }
