@@ -133,6 +133,31 @@ TEST(PythonStrings, NamesInStringsAreUsesOfWhatTheyName) {
        {{"d.Conn.on_close", "likely"},
         {"d.Conn.xray", "certain"},
         {"d.Other.on_other", "certain"}}},
+      {"a long prefix handed to a call, or found nowhere it is looked up, is looked up anywhere",
+       {{"expr.py",
+         "import os\nclass Expr:\n"
+         "    def expand(self, hint):\n"
+         "        name = '_eval_expand_' + hint\n        return self._expand_hint(name)\n"
+         "    def rewrite(self, rule):\n        return self._apply(method='_eval_rewrite_%s' % rule)\n"
+         "    def _expand_hint(self, name):\n        return getattr(self, name)()\n"
+         "    def _apply(self, method):\n        return getattr(self, method)()\n"
+         "    def save(self, kind):\n"
+         "        os.path.join('/tmp', '_eval_saved_' + kind)\n"
+         "        return self._apply('get_' + kind)\n"
+         "class Meta(type):\n"
+         "    def __init__(cls, *args):\n        getattr(cls, '_eval_is_%s' % args[0], None)\n"},
+        {"funcs.py",
+         "from expr import Expr\nclass Sin(Expr):\n"
+         "    def _eval_expand_trig(self): pass\n    def _eval_rewrite_cos(self): pass\n"
+         "    def _eval_is_real(self): pass\n    def _eval_saved_x(self): pass\n"
+         "    def get_x(self): pass\n"}},
+       {{"expr.Expr.expand", "funcs.Sin._eval_expand_trig", "reference", "ambiguous"},
+        {"expr.Expr.rewrite", "funcs.Sin._eval_rewrite_cos", "reference", "ambiguous"},
+        {"expr.Meta.__init__", "funcs.Sin._eval_is_real", "reference", "ambiguous"}},
+       {{"expr.Expr.save", "funcs.Sin._eval_saved_x"}, {"expr.Expr.save", "funcs.Sin.get_x"}},
+       {{"funcs.Sin._eval_expand_trig", "likely"},
+        {"funcs.Sin._eval_saved_x", "certain"},
+        {"funcs.Sin.get_x", "certain"}}},
   };
   for (const auto& c : cases)
     testing::check_binding({c.name, c.files, c.expected, {}, c.verdicts, c.absent});

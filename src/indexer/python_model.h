@@ -208,13 +208,14 @@ struct StringUse {
     name,    // a name that code looks up: getattr(x, "name"), globals()["name"]
     prefix,  // the start of names that code looks up: getattr(x, "on_" + event)
     beside,  // a name written beside dotted paths in one literal: ("pkg.mod", "Name")
+    handed,  // the start of names handed to a call: run(x, "on_" + event)
   };
   Kind kind = Kind::path;
   int scope = 0;
   int source = 0;    // the definition the edge comes from
   std::string text;  // the path, the name or the prefix
   // For a name or prefix: the object it is looked up on, as a chain read in `scope`; empty
-  // when that object is no chain.
+  // when that object is no chain. For a prefix handed to a call: the called name alone.
   std::vector<std::string> receiver;
   // For a name or prefix: the module it is looked up in, when code names that module itself
   // (globals(), importlib.import_module("m"), sys.modules["m"]). For a name beside paths:

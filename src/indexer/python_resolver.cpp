@@ -1135,6 +1135,29 @@ const std::vector<std::int64_t>& PythonResolver::callables_named(std::string_vie
   return it == callables_by_name_.end() ? none : it->second;
 }
 
+std::vector<std::int64_t> PythonResolver::python_callables_starting(std::string_view prefix) const {
+  std::call_once(python_callables_built_, [&] {
+    for (std::size_t f = 0; f < files_.size(); ++f) {
+      if (script_dialect_of(files_[f].path)) continue;
+      const auto& definitions = files_[f].definitions;
+      for (std::size_t d = 0; d < definitions.size(); ++d) {
+        const std::string_view kind = definitions[d].kind;
+        if (kind == symbol_kind::FUNCTION || kind == symbol_kind::METHOD)
+          python_callables_.emplace_back(definitions[d].name, symbol_id(f, static_cast<int>(d)));
+      }
+    }
+    std::sort(python_callables_.begin(), python_callables_.end());
+  });
+  std::vector<std::int64_t> found;
+  for (auto it = std::lower_bound(python_callables_.begin(), python_callables_.end(),
+                                  std::pair<std::string_view, std::int64_t>{prefix, 0});
+       it != python_callables_.end() && it->first.starts_with(prefix); ++it) {
+    found.push_back(it->second);
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
 std::pair<std::size_t, int> PythonResolver::location_of(std::int64_t id) const {
   const auto [file, index] = where_[static_cast<std::size_t>(id - first_id_)];
   return {file, static_cast<int>(index)};

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <span>
@@ -94,6 +95,11 @@ class PythonResolver {
   // The functions, classes and methods named `name`, in fqn order.
   const std::vector<std::int64_t>& callables_named(std::string_view name) const;
 
+  // The functions and methods of the repository's Python files whose names start with
+  // `prefix`, in id order. The first call builds a list of them in name order; calls may
+  // come from several threads.
+  std::vector<std::int64_t> python_callables_starting(std::string_view prefix) const;
+
   // The file and the definition index of symbol `id`.
   std::pair<std::size_t, int> location_of(std::int64_t id) const;
 
@@ -142,6 +148,10 @@ class PythonResolver {
   std::unordered_map<std::string_view, std::vector<std::int64_t>> methods_by_name_;
   // The repository's functions, methods and classes by name, sorted by fqn.
   std::unordered_map<std::string_view, std::vector<std::int64_t>> callables_by_name_;
+  // The functions and methods of Python files as (name, id), in that order; built on first
+  // use (python_callables_starting), which few repositories ever make.
+  mutable std::vector<std::pair<std::string_view, std::int64_t>> python_callables_;
+  mutable std::once_flag python_callables_built_;
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> bases_;
   // The public methods (no leading underscore) each class defines.
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> methods_of_;

@@ -336,6 +336,7 @@ void StringEvidence::note_call(TSNode node, int scope, int owner) {
     const TSNode object = field(function, "object");
     if (ts_node_is_null(object) || !(receiver = namespace_of(object, scope))) return;
   } else {
+    note_handed(function, arguments, scope, owner, node);
     return;
   }
   std::vector<TSNode> positional = children(arguments, true);
@@ -346,6 +347,32 @@ void StringEvidence::note_call(TSNode node, int scope, int owner) {
   if (positional.size() <= key) return;
   if (!receiver) receiver = receiver_of(positional[0], scope);
   note_lookup(*receiver, positional[key], scope, owner, node);
+}
+
+// f(x, "_eval_" + hint), f(name=method) with method = "_eval_%s" % rule: a long prefix
+// handed to a call named like a function or method of the repository, which may look the
+// name up where the index cannot follow.
+void StringEvidence::note_handed(TSNode function, TSNode arguments, int scope, int owner,
+                                 TSNode at) {
+  const std::string_view type = type_of(function);
+  TSNode name = function;
+  if (type == "attribute") {
+    name = field(function, "attribute");
+  } else if (type != "identifier") {
+    return;
+  }
+  if (ts_node_is_null(name)) return;
+  for (TSNode argument : children(arguments, true)) {
+    if (type_of(argument) == "keyword_argument") argument = field(argument, "value");
+    if (ts_node_is_null(argument)) continue;
+    auto found = key_of(argument, scope);
+    if (!found || found->kind != StringUse::Kind::prefix ||
+        found->text.size() < MIN_REPOSITORY_PREFIX) {
+      continue;
+    }
+    model_.string_uses.push_back({StringUse::Kind::handed, scope, owner, std::move(found->text),
+                                  {std::string(raw(name))}, {}, line_of(at)});
+  }
 }
 
 // NAMES[key] on a mapping of names.
@@ -441,6 +468,12 @@ class StringBinder {
         break;
       case StringUse::Kind::prefix:
         by_prefix(receivers(use), use);
+        break;
+      case StringUse::Kind::handed:
+        if (!r_.callables_named(use.receiver.front()).empty()) {
+          for (std::int64_t id : r_.python_callables_starting(use.text))
+            emit(id, resolution::AMBIGUOUS);
+        }
         break;
     }
   }
@@ -559,6 +592,10 @@ class StringBinder {
       for (std::int64_t cls : r_.hierarchy_of(classes))
         scan(cls, definition(cls).body_scope, matches, found);
     }
+    // Looked up where nothing starts with a long prefix: on something the index does not
+    // see (a metaclass's class, a value of unknown type).
+    if (found.empty() && use.text.size() >= MIN_REPOSITORY_PREFIX)
+      found = r_.python_callables_starting(use.text);
     std::sort(found.begin(), found.end());
     found.erase(std::unique(found.begin(), found.end()), found.end());
     for (std::int64_t id : found)

@@ -1,8 +1,8 @@
 // Names that Python code gives as strings. A string whose whole text is a dotted path of the
 // repository ("pkg.mod.f", "pkg.mod:Class.method", "pkg.handlers") is a reference to what it
 // names; a name that code looks up (getattr(obj, "name"), globals()["name"], a name beside a
-// module path in ("pkg.mod", "Name"), a prefix in getattr(self, "on_" + event)) is a
-// reference to the definitions it may name. The parser notes such strings in the file's
+// module path in ("pkg.mod", "Name"), a prefix in getattr(self, "on_" + event), a long
+// prefix handed to a call) is a reference to the definitions it may name. The parser notes such strings in the file's
 // model (FileModel::string_uses); the resolver binds them once all files are read.
 #pragma once
 
@@ -25,6 +25,11 @@ struct FileLinks;
 
 // The shortest prefix that getattr(x, PREFIX + name) is taken as evidence for.
 inline constexpr std::size_t MIN_DISPATCH_PREFIX = 2;
+// The shortest prefix that is looked up across the repository: a name built from it and
+// handed to a call ("_eval_rewrite_as_%s" % rule passed on to the method that looks it up),
+// or looked up where nothing starts with it (getattr(cls, "_eval_is_" + fact) in a
+// metaclass). A shorter one ("on_", "get_") is too common to say where it leads.
+inline constexpr std::size_t MIN_REPOSITORY_PREFIX = 6;
 
 // Whether `text` is a dotted path that may name a definition: identifiers joined by ".",
 // at most one ":" between a module and a path inside it ("pkg.mod:Class.method"), and at
@@ -80,6 +85,7 @@ class StringEvidence {
   void note_subscript(TSNode node, int scope, int owner);
   void note_assignment(TSNode node, int scope);
   void note_registry(TSNode node, int scope, int owner);
+  void note_handed(TSNode function, TSNode arguments, int scope, int owner, TSNode at);
   void note_lookup(const Receiver& receiver, TSNode key, int scope, int owner, TSNode at);
 
   FileModel& model_;
