@@ -218,6 +218,12 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
        {},
        {},
        {{"shapes.Parser.parse", ""}, {"shapes.Config.get_value", "likely"}}},
+      {"a stub's declarations are never dead; the module beside it is read as ever",
+       {{"fast.pyi", "def speed() -> int: ...\nclass Engine:\n    def run(self) -> None: ...\n"},
+        {"slow.py", "def unused(): pass\n"}},
+       {},
+       {},
+       {{"fast.speed", ""}, {"fast.Engine", ""}, {"fast.Engine.run", ""}, {"slow.unused", "certain"}}},
       {"a call of itself is no use: what only its own recursion calls is dead",
        {{"walk.py",
          "def countdown(n):\n    return countdown(n - 1) if n else 0\n"

@@ -1032,6 +1032,12 @@ FileModel PythonParser::parse(const std::string& path, std::string_view source) 
   ModelBuilder(model, *store_, source, root).build();
   ts_tree_delete(tree);
   shrink_model(model);
+  if (path.ends_with(".pyi")) {
+    // A stub declares the types of a module whose code is elsewhere (compiled, or a .py
+    // beside it): never reported.
+    for (Definition& made : model.definitions)
+      made.is_export = true;
+  }
   return model;
 }
 
