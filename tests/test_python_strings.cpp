@@ -133,6 +133,21 @@ TEST(PythonStrings, NamesInStringsAreUsesOfWhatTheyName) {
        {{"d.Conn.on_close", "likely"},
         {"d.Conn.xray", "certain"},
         {"d.Other.on_other", "certain"}}},
+      {"a module's whole namespace read: each of its functions and classes is guessed at",
+       {{"m.py",
+         "class A: pass\ndef f(): pass\nfor obj in list(globals().values()):\n    print(obj)\n"},
+        {"m2.py", "class C: pass\n"},
+        {"n.py",
+         "import importlib, inspect\nmod = importlib.import_module('m2')\n"
+         "members = inspect.getmembers(mod)\n"},
+        {"o.py",
+         "class K:\n    def run(self): pass\n    def dump(self):\n"
+         "        return self.__dict__.items(), dir(self)\n"}},
+       {{"m.<toplevel>", "m.A", "reference", "ambiguous"},
+        {"m.<toplevel>", "m.f", "reference", "ambiguous"},
+        {"n.<toplevel>", "m2.C", "reference", "ambiguous"}},
+       {{"o.K.dump", "o.K.run"}, {"n.<toplevel>", "m.A"}},
+       {{"m.A", "likely"}, {"m2.C", "likely"}, {"o.K.run", "certain"}}},
       {"a long prefix handed to a call, or found nowhere it is looked up, is looked up anywhere",
        {{"expr.py",
          "import os\nclass Expr:\n"

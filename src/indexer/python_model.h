@@ -209,6 +209,7 @@ struct StringUse {
     prefix,  // the start of names that code looks up: getattr(x, "on_" + event)
     beside,  // a name written beside dotted paths in one literal: ("pkg.mod", "Name")
     handed,  // the start of names handed to a call: run(x, "on_" + event)
+    every,   // every name of a module's namespace: globals().values(), dir(module)
   };
   Kind kind = Kind::path;
   int scope = 0;

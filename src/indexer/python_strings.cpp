@@ -330,11 +330,29 @@ void StringEvidence::note_call(TSNode node, int scope, int owner) {
   const std::string_view type = type_of(function);
   std::optional<Receiver> receiver;
   std::size_t key = 0;
+  const std::string_view method = type == "attribute" ? raw(field(function, "attribute")) : "";
   if (type == "identifier" && (raw(function) == "getattr" || raw(function) == "hasattr")) {
     key = 1;
-  } else if (type == "attribute" && raw(field(function, "attribute")) == "get") {
+  } else if (method == "get") {
     const TSNode object = field(function, "object");
     if (ts_node_is_null(object) || !(receiver = namespace_of(object, scope))) return;
+  } else if (method == "values" || method == "items" || method == "keys") {
+    // globals().values(), vars(module).items(), module.__dict__.keys(): every name of the
+    // namespace is read.
+    const TSNode object = field(function, "object");
+    if (!ts_node_is_null(object)) {
+      if (auto namespace_ = namespace_of(object, scope)) note_every(*namespace_, scope, owner, node);
+    }
+    return;
+  } else if ((type == "identifier" && raw(function) == "dir") ||
+             (method.empty() ? raw(function) : method) == "getmembers") {
+    // dir(module), inspect.getmembers(module): as above, when the module is known.
+    const TSNode first = ts_node_named_child(arguments, 0);
+    if (!ts_node_is_null(first) && type_of(first) != "keyword_argument") {
+      note_every(namespace_of(first, scope).value_or(receiver_of(first, scope)), scope, owner,
+                 node);
+    }
+    return;
   } else {
     note_handed(function, arguments, scope, owner, node);
     return;
@@ -373,6 +391,16 @@ void StringEvidence::note_handed(TSNode function, TSNode arguments, int scope, i
     model_.string_uses.push_back({StringUse::Kind::handed, scope, owner, std::move(found->text),
                                   {std::string(raw(name))}, {}, line_of(at)});
   }
+}
+
+// Every name of a namespace read at once: a guess at each function and class of the module
+// that `receiver` names (the resolver tells whether it names one).
+void StringEvidence::note_every(const Receiver& receiver, int scope, int owner, TSNode at) {
+  if (receiver.chain.empty() && receiver.module.empty()) return;
+  std::vector<std::string> modules;
+  if (!receiver.module.empty()) modules.push_back(receiver.module);
+  model_.string_uses.push_back({StringUse::Kind::every, scope, owner, std::string(),
+                                receiver.chain, std::move(modules), line_of(at)});
 }
 
 // NAMES[key] on a mapping of names.
@@ -469,6 +497,19 @@ class StringBinder {
       case StringUse::Kind::prefix:
         by_prefix(receivers(use), use);
         break;
+      case StringUse::Kind::every: {
+        std::vector<std::int64_t> found;
+        for (std::int64_t owner : receivers(use)) {
+          if (definition(owner).kind != symbol_kind::MODULE) continue;
+          scan(owner, MODULE_SCOPE, [](const Definition& d) { return is_callable_kind(d.kind); },
+               found);
+        }
+        std::sort(found.begin(), found.end());
+        found.erase(std::unique(found.begin(), found.end()), found.end());
+        for (std::int64_t id : found)
+          emit(id, resolution::AMBIGUOUS);
+        break;
+      }
       case StringUse::Kind::handed:
         if (!r_.callables_named(use.receiver.front()).empty()) {
           for (std::int64_t id : r_.python_callables_starting(use.text))

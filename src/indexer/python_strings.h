@@ -86,6 +86,7 @@ class StringEvidence {
   void note_assignment(TSNode node, int scope);
   void note_registry(TSNode node, int scope, int owner);
   void note_handed(TSNode function, TSNode arguments, int scope, int owner, TSNode at);
+  void note_every(const Receiver& receiver, int scope, int owner, TSNode at);
   void note_lookup(const Receiver& receiver, TSNode key, int scope, int owner, TSNode at);
 
   FileModel& model_;
