@@ -925,7 +925,7 @@ class ModelBuilder : private SyntaxWalker {
       for (TSNode part : named_children(item)) {
         if (type_of(part) == "string_content") name += text(part);
       }
-      exports_.push_back(name);
+      exports_.emplace_back(std::move(name), line_of(item));
     }
   }
 
@@ -933,9 +933,15 @@ class ModelBuilder : private SyntaxWalker {
     for (const auto& [scope, name] : globals_)
       bindings_[static_cast<std::size_t>(scope)].erase(name);
     const auto& module_bindings = bindings_[MODULE_SCOPE];
-    for (const std::string& name : exports_) {
+    for (const auto& [name, line] : exports_) {
       auto it = module_bindings.find(name);
-      if (it == module_bindings.end()) continue;
+      if (it == module_bindings.end()) {
+        // Exported from what a star import brings in (`from .core import *`): a use of it
+        // there, as `from .core import name` would be.
+        if (!m_.star_imports.empty() && is_identifier(name))
+          use(UseKind::reference, MODULE_SCOPE, TOPLEVEL_DEFINITION, {name}, line);
+        continue;
+      }
       if (it->second.definition >= 0) {
         m_.definitions[static_cast<std::size_t>(it->second.definition)].is_export = true;
       }
@@ -959,7 +965,7 @@ class ModelBuilder : private SyntaxWalker {
 
   FileModel& m_;
   ModelStore& store_;
-  std::vector<std::string> exports_;
+  std::vector<std::pair<std::string, std::int64_t>> exports_;  // with the line of each
   // The names each scope binds, by scope, until finish() keeps them in the scopes.
   std::vector<BindingMap> bindings_;
   // The names declared global or nonlocal, with their scopes.
