@@ -116,6 +116,7 @@ TEST(PythonStrings, NamesInStringsAreUsesOfWhatTheyName) {
          "    def op_b(self): pass\n    def at_c(self): pass\n    def xray(self): pass\n"
          "    def __len__(self): return 0\n"
          "class Other:\n    def on_other(self): pass\n"
+         "class Late(Conn):\n    def on_late(self): pass\n"
          "def route(obj, name):\n    getattr(obj, 'hook_' + name)()\n"
          "    getattr(sys.modules[__name__], 'task_' + name)()\n"
          "def hook_one(): pass\ndef task_a(): pass\n"}},
@@ -125,6 +126,7 @@ TEST(PythonStrings, NamesInStringsAreUsesOfWhatTheyName) {
         {"d.Conn.dispatch", "d.Conn.cmd_a", "reference", "ambiguous"},
         {"d.Conn.dispatch", "d.Conn.op_b", "reference", "ambiguous"},
         {"d.Conn.dispatch", "d.Conn.at_c", "reference", "ambiguous"},
+        {"d.Conn.dispatch", "d.Late.on_late", "reference", "ambiguous"},
         {"d.route", "d.hook_one", "reference", "ambiguous"},
         {"d.route", "d.task_a", "reference", "ambiguous"}},
        {{"d.Conn.dispatch", "d.Other.on_other"},

@@ -334,8 +334,11 @@ PythonResolver::PythonResolver(const std::vector<FileModel>& files, std::int64_t
       }
     }
   }
-  for (const auto& [cls, bases] : bases_)
+  for (const auto& [cls, bases] : bases_) {
     linearize(cls);
+    for (std::int64_t base : bases)
+      derived_[base].push_back(cls);
+  }
   collect_arguments();
 }
 
@@ -1127,6 +1130,25 @@ std::vector<std::int64_t> PythonResolver::hierarchy_of(
     if (std::find(order.begin(), order.end(), id) == order.end()) order.push_back(id);
   }
   return order;
+}
+
+std::vector<std::int64_t> PythonResolver::subclasses_of(
+    const std::vector<std::int64_t>& classes) const {
+  std::vector<std::int64_t> found;
+  std::unordered_set<std::int64_t> seen;
+  std::vector<std::int64_t> pending(classes.begin(), classes.end());
+  while (!pending.empty()) {
+    const std::int64_t cls = pending.back();
+    pending.pop_back();
+    const auto it = derived_.find(cls);
+    if (it == derived_.end()) continue;
+    for (std::int64_t sub : it->second) {
+      if (!seen.insert(sub).second) continue;
+      found.push_back(sub);
+      pending.push_back(sub);
+    }
+  }
+  return found;
 }
 
 const std::vector<std::int64_t>& PythonResolver::callables_named(std::string_view name) const {

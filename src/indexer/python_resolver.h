@@ -92,6 +92,11 @@ class PythonResolver {
   // resolution order, each once.
   std::vector<std::int64_t> hierarchy_of(const std::vector<std::int64_t>& classes) const;
 
+  // The classes of the repository that derive from any of `classes`, directly or not,
+  // each once, in no particular order; `classes` themselves only where one derives from
+  // another.
+  std::vector<std::int64_t> subclasses_of(const std::vector<std::int64_t>& classes) const;
+
   // The functions, classes and methods named `name`, in fqn order.
   const std::vector<std::int64_t>& callables_named(std::string_view name) const;
 
@@ -153,6 +158,8 @@ class PythonResolver {
   mutable std::vector<std::pair<std::string_view, std::int64_t>> python_callables_;
   mutable std::once_flag python_callables_built_;
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> bases_;
+  // The classes that name each class as a direct base.
+  std::unordered_map<std::int64_t, std::vector<std::int64_t>> derived_;
   // The public methods (no leading underscore) each class defines.
   std::unordered_map<std::int64_t, std::vector<std::int64_t>> methods_of_;
   // Classes with a base that is no class of the repository (object, dict, an import).

@@ -630,7 +630,11 @@ class StringBinder {
           scan(owner, MODULE_SCOPE, matches, found);
         }
       }
-      for (std::int64_t cls : r_.hierarchy_of(classes))
+      // The class, its bases, and every class deriving from it with the bases it has
+      // besides (mixins): a name built on `self` may name a method only a subclass has.
+      std::vector<std::int64_t> family = r_.subclasses_of(classes);
+      family.insert(family.begin(), classes.begin(), classes.end());
+      for (std::int64_t cls : r_.hierarchy_of(family))
         scan(cls, definition(cls).body_scope, matches, found);
     }
     // Looked up where nothing starts with a long prefix: on something the index does not
