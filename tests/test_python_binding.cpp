@@ -83,6 +83,23 @@ TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
        {{"use.go", "shapes.Config.get_value", "call", "exact"}},
        {},
        {}},
+      {"a parameter no call gives is its default, when that is something of the repository",
+       {{"shapes.py", SHAPES},
+        {"use.py",
+         "from shapes import Parser, Config\n"
+         "def load(text, parser=Parser, config=Config(), fallback=None):\n"
+         "    parser().parse()\n"
+         "    config.get_value()\n"
+         "    fallback.run()\n"
+         "def given(parser=Parser):\n"
+         "    parser.run()\n"
+         "given(Config())\n"}},
+       {{"use.load", "shapes.Parser.parse", "call", "exact"},
+        {"use.load", "shapes.Config.get_value", "call", "exact"},
+        {"use.load", "shapes.Parser.run", "call", "ambiguous"},
+        {"use.given", "shapes.Config.run", "call", "exact"}},
+       {{"use.given", "shapes.Parser.run", "call", "exact"}},
+       {}},
       {"type[C] is the class itself; a function returning outside values returns them",
        {{"shapes.py", SHAPES},
         {"use.py",

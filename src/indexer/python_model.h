@@ -60,6 +60,9 @@ struct Binding {
     std::string_view name;
     // Further definitions of the same name in the same scope (a name defined twice).
     std::span<const int> also;
+    // For a parameter without an annotation: what its default value is (`loader=Loader`),
+    // read when no call of the repository tells what it is given.
+    std::span<const TypeHint> defaults;
   };
   Kind kind = Kind::value;
   // For a parameter (a value whose `definition` is its function and `name()` its own): the
@@ -73,6 +76,9 @@ struct Binding {
   std::string_view module() const { return details ? details->module : std::string_view(); }
   std::string_view name() const { return details ? details->name : std::string_view(); }
   std::span<const int> also() const { return details ? details->also : std::span<const int>(); }
+  std::span<const TypeHint> defaults() const {
+    return details ? details->defaults : std::span<const TypeHint>();
+  }
 };
 
 // A name bound in a scope, and what to.

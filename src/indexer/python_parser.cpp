@@ -521,9 +521,12 @@ class ModelBuilder : private SyntaxWalker {
       if (type == "keyword_separator") past_star = true;
       TSNode name = parameter;
       std::vector<TypeHint> hints;
+      std::vector<TypeHint> defaults;
       if (type == "default_parameter" || type == "typed_default_parameter") {
         name = field(parameter, "name");
         push(field(parameter, "value"), outer.scope, outer.owner);
+        if (type == "default_parameter")
+          defaults = value_hints(field(parameter, "value"), outer.scope);
       }
       if (type == "typed_parameter" || type == "typed_default_parameter") {
         const TSNode annotation = field(parameter, "type");
@@ -554,7 +557,8 @@ class ModelBuilder : private SyntaxWalker {
         Binding value;
         value.hints = store_.copy(hints);
         value.definition = function;
-        value.details = store_.copy_one(Binding::Details{.name = store_.name(text(name))});
+        value.details = store_.copy_one(
+            Binding::Details{.name = store_.name(text(name)), .defaults = store_.copy(defaults)});
         value.parameter = true;
         bind(body, text(name), std::move(value));
       }

@@ -600,7 +600,13 @@ PythonResolver::Value PythonResolver::value_of(std::size_t file, const Binding& 
     case Binding::Kind::value: {
       Value value = value_of_hints(file, binding.hints, depth);
       if (value.kind != Value::Kind::unknown || !binding.parameter) return value;
-      return passed_to(symbol_id(file, binding.definition), binding.name(), depth);
+      value = passed_to(symbol_id(file, binding.definition), binding.name(), depth);
+      if (value.kind != Value::Kind::unknown || binding.defaults().empty()) return value;
+      // No call tells: the default, when it is something of the repository (a default
+      // of None or a literal says nothing of what callers pass).
+      Value given = value_of_hints(file, binding.defaults(), depth);
+      if (given.kind == Value::Kind::symbols || given.kind == Value::Kind::instance) return given;
+      return value;
     }
   }
   return {Value::Kind::unknown, {}, {}};
