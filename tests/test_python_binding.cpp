@@ -248,6 +248,21 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
        {},
        {},
        {{"fast.speed", ""}, {"fast.Engine", ""}, {"fast.Engine.run", ""}, {"slow.unused", "certain"}}},
+      {"reading an attribute of a class uses the class, unless the class reads it itself",
+       {{"kinds.py",
+         "from enum import Enum\nclass Color(Enum):\n    RED = 1\n"
+         "class Limits:\n    MAX = 3\n    @staticmethod\n    def helper(): return 1\n"
+         "class Alone:\n    SIZE = 2\n    def size(self): return Alone.SIZE\n"},
+        {"use.py",
+         "import kinds\nfrom kinds import Color\n"
+         "def paint():\n    return Color.RED, kinds.Limits.helper(), kinds.Limits.MAX.bit_length()\n"
+         "paint()\n"}},
+       {{"use.paint", "kinds.Color", "reference", "import"},
+        {"use.paint", "kinds.Limits", "reference", "import"},
+        {"use.paint", "kinds.Limits.helper", "call", "import"}},
+       {},
+       {{"kinds.Color", ""}, {"kinds.Limits", ""}, {"kinds.Alone", "certain"}},
+       {{"kinds.Alone.size", "kinds.Alone"}}},
       {"a call of itself is no use: what only its own recursion calls is dead",
        {{"walk.py",
          "def countdown(n):\n    return countdown(n - 1) if n else 0\n"

@@ -830,7 +830,8 @@ PythonResolver::Value PythonResolver::value_of_chain(std::size_t file, int scope
 }
 
 PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, int scope, Chain chain,
-                                                    std::string_view& resolution) const {
+                                                    std::string_view& resolution,
+                                                    std::vector<ReadClass>* read_classes) const {
   inference_steps = 0;  // a use's own budget; what follows it (handed_outside) shares it
   const FileModel& model = files_[file];
   const std::string_view head = chain.front();
@@ -878,6 +879,12 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, int scope,
     if (value.kind == Value::Kind::instance || chain[next] == CALL_RESULT) {
       resolution = resolution::EXACT;
     }
+    if (read_classes != nullptr && value.kind == Value::Kind::symbols &&
+        chain[next] != CALL_RESULT) {
+      for (std::int64_t id : value.ids) {
+        if (definition(id).kind == symbol_kind::CLASS) read_classes->push_back({id, resolution});
+      }
+    }
     value = attribute(value, chain[next], INFERENCE_DEPTH);
   }
   return value;
@@ -907,7 +914,15 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       continue;
     }
     std::string_view resolution;
-    const Value value = resolve_chain(file, use.scope, use.chain, resolution);
+    std::vector<ReadClass> read_classes;
+    const Value value = resolve_chain(file, use.scope, use.chain, resolution, &read_classes);
+    // Reading an attribute of a class (`Color.RED`, `Limits.helper()`) uses the class, unless
+    // the class reads it itself (in its body or its methods), as a function's call of itself
+    // is no use of it.
+    for (const auto& [id, how] : read_classes) {
+      if (id == source || is_inside(source, id)) continue;
+      links.edges.push_back({source, id, edge_kind_of(UseKind::reference), how, use.line});
+    }
     const std::size_t edges_before = links.edges.size();
     bool called_itself = false;
     switch (value.kind) {
@@ -1136,6 +1151,13 @@ std::vector<std::int64_t> PythonResolver::hierarchy_of(
     if (std::find(order.begin(), order.end(), id) == order.end()) order.push_back(id);
   }
   return order;
+}
+
+bool PythonResolver::is_inside(std::int64_t inner, std::int64_t outer) const {
+  const std::string_view inner_fqn = definition(inner).fqn;
+  const std::string_view outer_fqn = definition(outer).fqn;
+  return inner_fqn.size() > outer_fqn.size() && inner_fqn.starts_with(outer_fqn) &&
+         inner_fqn[outer_fqn.size()] == '.' && location_of(inner).first == location_of(outer).first;
 }
 
 std::vector<std::int64_t> PythonResolver::subclasses_of(

@@ -110,7 +110,17 @@ class PythonResolver {
 
  private:
   struct Value;
-  Value resolve_chain(std::size_t file, int scope, Chain chain, std::string_view& resolution) const;
+  // A class of the repository that a chain reads an attribute of (`Color.RED`,
+  // `Limits.helper()`), and how the chain's head was bound.
+  // Whether definition `inner` lies in the body of definition `outer` (same file, and its
+  // qualified name continues `outer`'s).
+  bool is_inside(std::int64_t inner, std::int64_t outer) const;
+  struct ReadClass {
+    std::int64_t id;
+    std::string_view resolution;
+  };
+  Value resolve_chain(std::size_t file, int scope, Chain chain, std::string_view& resolution,
+                      std::vector<ReadClass>* read_classes = nullptr) const;
   Value value_of(std::size_t file, const Binding& binding, int depth) const;
   Value value_of_hints(std::size_t file, std::span<const TypeHint> hints, int depth) const;
   Value value_of_chain(std::size_t file, int scope, Chain chain, int depth) const;

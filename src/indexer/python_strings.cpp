@@ -341,7 +341,8 @@ void StringEvidence::note_call(TSNode node, int scope, int owner) {
     // namespace is read.
     const TSNode object = field(function, "object");
     if (!ts_node_is_null(object)) {
-      if (auto namespace_ = namespace_of(object, scope)) note_every(*namespace_, scope, owner, node);
+      if (auto namespace_ = namespace_of(object, scope))
+        note_every(*namespace_, scope, owner, node);
     }
     return;
   } else if ((type == "identifier" && raw(function) == "dir") ||
@@ -388,8 +389,13 @@ void StringEvidence::note_handed(TSNode function, TSNode arguments, int scope, i
         found->text.size() < MIN_REPOSITORY_PREFIX) {
       continue;
     }
-    model_.string_uses.push_back({StringUse::Kind::handed, scope, owner, std::move(found->text),
-                                  {std::string(raw(name))}, {}, line_of(at)});
+    model_.string_uses.push_back({StringUse::Kind::handed,
+                                  scope,
+                                  owner,
+                                  std::move(found->text),
+                                  {std::string(raw(name))},
+                                  {},
+                                  line_of(at)});
   }
 }
 
@@ -399,8 +405,8 @@ void StringEvidence::note_every(const Receiver& receiver, int scope, int owner, 
   if (receiver.chain.empty() && receiver.module.empty()) return;
   std::vector<std::string> modules;
   if (!receiver.module.empty()) modules.push_back(receiver.module);
-  model_.string_uses.push_back({StringUse::Kind::every, scope, owner, std::string(),
-                                receiver.chain, std::move(modules), line_of(at)});
+  model_.string_uses.push_back({StringUse::Kind::every, scope, owner, std::string(), receiver.chain,
+                                std::move(modules), line_of(at)});
 }
 
 // NAMES[key] on a mapping of names.
@@ -501,8 +507,9 @@ class StringBinder {
         std::vector<std::int64_t> found;
         for (std::int64_t owner : receivers(use)) {
           if (definition(owner).kind != symbol_kind::MODULE) continue;
-          scan(owner, MODULE_SCOPE, [](const Definition& d) { return is_callable_kind(d.kind); },
-               found);
+          scan(
+              owner, MODULE_SCOPE, [](const Definition& d) { return is_callable_kind(d.kind); },
+              found);
         }
         std::sort(found.begin(), found.end());
         found.erase(std::unique(found.begin(), found.end()), found.end());

@@ -2,8 +2,9 @@
 // repository ("pkg.mod.f", "pkg.mod:Class.method", "pkg.handlers") is a reference to what it
 // names; a name that code looks up (getattr(obj, "name"), globals()["name"], a name beside a
 // module path in ("pkg.mod", "Name"), a prefix in getattr(self, "on_" + event), a long
-// prefix handed to a call) is a reference to the definitions it may name. The parser notes such strings in the file's
-// model (FileModel::string_uses); the resolver binds them once all files are read.
+// prefix handed to a call) is a reference to the definitions it may name. The parser notes such
+// strings in the file's model (FileModel::string_uses); the resolver binds them once all files are
+// read.
 #pragma once
 
 #include <tree_sitter/api.h>
