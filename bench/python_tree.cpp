@@ -40,11 +40,12 @@ std::string module_source(int module, int modules, std::mt19937_64& random, std:
   }
   text += "import " + module_name(imported.empty() ? module : imported.front()) + " as peer\n\n";
   text += "LIMIT = " + std::to_string(module) + "\nregistry = {}\n\n\n";
-  text += "def route(path):\n    def wrap(handler):\n        registry[path] = handler\n"
-          "        return handler\n    return wrap\n\n\n";
+  text +=
+      "def route(path):\n    def wrap(handler):\n        registry[path] = handler\n"
+      "        return handler\n    return wrap\n\n\n";
   for (int c = 0; c < CLASSES_PER_MODULE; ++c) {
-    const std::string base = c == 0 && !imported.empty() ? "(C" + std::to_string(imported[0]) + ")"
-                                                         : "";
+    const std::string base =
+        c == 0 && !imported.empty() ? "(C" + std::to_string(imported[0]) + ")" : "";
     text += "class Class" + std::to_string(c) + base + ":\n";
     text += "    KIND = \"c" + std::to_string(c) + "\"\n\n";
     for (int m = 0; m < METHODS_PER_CLASS; ++m) {
@@ -71,9 +72,10 @@ std::string module_source(int module, int modules, std::mt19937_64& random, std:
     text += "    result += peer.func" + std::to_string(pick_function(random)) + "(value // 3)\n";
     text += "    return [x * 2 for x in range(result)] and result\n\n\n";
   }
-  text += "def make_helper():\n    return Class" + std::to_string(module % CLASSES_PER_MODULE) +
-          "()\n";
-  for (char c : text) lines += c == '\n' ? 1 : 0;
+  text +=
+      "def make_helper():\n    return Class" + std::to_string(module % CLASSES_PER_MODULE) + "()\n";
+  for (char c : text)
+    lines += c == '\n' ? 1 : 0;
   return text;
 }
 
@@ -81,7 +83,8 @@ std::string test_source(int module, std::size_t& lines) {
   std::string text = "from " + module_name(module) + " import func0, Class1\n\n\n";
   text += "def test_func0():\n    assert func0(3) >= 0\n\n\n";
   text += "def test_class1():\n    assert Class1().method0(2) >= 0\n";
-  for (char c : text) lines += c == '\n' ? 1 : 0;
+  for (char c : text)
+    lines += c == '\n' ? 1 : 0;
   return text;
 }
 

@@ -247,7 +247,10 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
         {"slow.py", "def unused(): pass\n"}},
        {},
        {},
-       {{"fast.speed", ""}, {"fast.Engine", ""}, {"fast.Engine.run", ""}, {"slow.unused", "certain"}}},
+       {{"fast.speed", ""},
+        {"fast.Engine", ""},
+        {"fast.Engine.run", ""},
+        {"slow.unused", "certain"}}},
       {"reading an attribute of a class uses the class, unless the class reads it itself",
        {{"kinds.py",
          "from enum import Enum\nclass Color(Enum):\n    RED = 1\n"
@@ -255,7 +258,8 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
          "class Alone:\n    SIZE = 2\n    def size(self): return Alone.SIZE\n"},
         {"use.py",
          "import kinds\nfrom kinds import Color\n"
-         "def paint():\n    return Color.RED, kinds.Limits.helper(), kinds.Limits.MAX.bit_length()\n"
+         "def paint():\n    return Color.RED, kinds.Limits.helper(), "
+         "kinds.Limits.MAX.bit_length()\n"
          "paint()\n"}},
        {{"use.paint", "kinds.Color", "reference", "import"},
         {"use.paint", "kinds.Limits", "reference", "import"},
@@ -327,9 +331,8 @@ TEST(PythonBinding, CodeOutsideTheRepositoryMayCallWhatItIsGiven) {
                             "    io.BufferedReader(s, Stream())\n"}});
   tree.index();
   Repository repo(tree.db());
-  EXPECT_EQ(repo.db().fetchall(
-                "SELECT e.line FROM edges e JOIN symbols t ON t.id = e.target_id "
-                "WHERE t.fqn = 'm.Stream.readinto'"),
+  EXPECT_EQ(repo.db().fetchall("SELECT e.line FROM edges e JOIN symbols t ON t.id = e.target_id "
+                               "WHERE t.fqn = 'm.Stream.readinto'"),
             (std::vector<Row>{{Value{std::int64_t{5}}}}));
 }
 
@@ -338,14 +341,14 @@ TEST(PythonBinding, CountsHowCallsOfTheRepositorysNamesWereBound) {
                             "class Box:\n    def get(self): pass\n    def put(self): pass\n"
                             "def helper(): pass\n"
                             "def go(x, **kw):\n"
-                            "    helper()\n"        // in the repository
-                            "    Box().put()\n"     // in the repository, and Box() too
-                            "    kw.get('a')\n"     // a dict's, outside
-                            "    x.put()\n"         // guessed
-                            "    put()\n"           // unbound
+                            "    helper()\n"         // in the repository
+                            "    Box().put()\n"      // in the repository, and Box() too
+                            "    kw.get('a')\n"      // a dict's, outside
+                            "    x.put()\n"          // guessed
+                            "    put()\n"            // unbound
                             "    x.helper(Box())\n"  // unbound (what Box() may be used for
-                                                      // outside is no binding of helper)
-                            "    print('a')\n"}});  // not a name defined here: not counted
+                                                     // outside is no binding of helper)
+                            "    print('a')\n"}});   // not a name defined here: not counted
   const auto summary = tree.index();
   EXPECT_EQ(summary.calls,
             (indexer::CallBindings{.in_repository = 4, .outside = 1, .guessed = 1, .unbound = 2}));
