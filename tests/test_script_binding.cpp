@@ -263,7 +263,10 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
          "  find(id: string): Item { this.other.drop(); return this.repo.get(id); }\n"
          "}\n"
          "export function run(s: Service) { return s.find('x'); }\n"
-         "run(new Service(new Repo()));\n"}},
+         "run(new Service(new Repo()));\n"},
+        {"src/level.ts",
+         "enum Level { Low, High }\nenum Unread { A }\n"
+         "export function pick() { return Level.High; }\n"}},
        {{"src/service.Service.find", "src/repo.Repo.get", "call", "exact"},
         {"src/service.Service.find", "src/repo.Repo.drop", "call", "exact"},
         {"src/service.run", "src/service.Service.find", "call", "exact"},
@@ -276,7 +279,9 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
        {{"src/repo.Cache", "certain"},
         {"src/repo.Repo.get", ""},
         {"src/repo.Memory.flush", ""},  // implements a member of Store
-        {"src/service.Service", ""}}},
+        {"src/service.Service", ""},
+        {"src/level.Level", ""},  // a member of it is read
+        {"src/level.Unread", "certain"}}},
       {"JSX: components used as elements, host elements ignored, globals unbound",
        {{"src/App.jsx",
          "import { Button } from './Button';\n"

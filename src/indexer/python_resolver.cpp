@@ -882,7 +882,9 @@ PythonResolver::Value PythonResolver::resolve_chain(std::size_t file, int scope,
     if (read_classes != nullptr && value.kind == Value::Kind::symbols &&
         chain[next] != CALL_RESULT) {
       for (std::int64_t id : value.ids) {
-        if (definition(id).kind == symbol_kind::CLASS) read_classes->push_back({id, resolution});
+        // A class, or a script's enum (`Color.Red`).
+        const std::string_view kind = definition(id).kind;
+        if (kind == symbol_kind::CLASS || kind == "enum") read_classes->push_back({id, resolution});
       }
     }
     value = attribute(value, chain[next], INFERENCE_DEPTH);
