@@ -511,17 +511,12 @@ class StringBinder {
               owner, MODULE_SCOPE, [](const Definition& d) { return is_callable_kind(d.kind); },
               found);
         }
-        std::sort(found.begin(), found.end());
-        found.erase(std::unique(found.begin(), found.end()), found.end());
-        for (std::int64_t id : found)
-          emit(id, resolution::AMBIGUOUS);
+        guess_at(std::move(found));
         break;
       }
       case StringUse::Kind::handed:
-        if (!r_.callables_named(use.receiver.front()).empty()) {
-          for (std::int64_t id : r_.python_callables_starting(use.text))
-            emit(id, resolution::AMBIGUOUS);
-        }
+        if (!r_.callables_named(use.receiver.front()).empty())
+          guess_at(r_.python_callables_starting(use.text));
         break;
     }
   }
@@ -648,6 +643,11 @@ class StringBinder {
     // see (a metaclass's class, a value of unknown type).
     if (found.empty() && use.text.size() >= MIN_REPOSITORY_PREFIX)
       found = r_.python_callables_starting(use.text);
+    guess_at(std::move(found));
+  }
+
+  // A guess at each of `found`, once each, in id order.
+  void guess_at(std::vector<std::int64_t> found) {
     std::sort(found.begin(), found.end());
     found.erase(std::unique(found.begin(), found.end()), found.end());
     for (std::int64_t id : found)
