@@ -100,6 +100,15 @@ TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
         {"use.given", "shapes.Config.run", "call", "exact"}},
        {{"use.given", "shapes.Parser.run", "call", "exact"}},
        {}},
+      {"a member the class lacks is looked up in the few classes deriving from it (mixins)",
+       {{"mix.py",
+         "class Reader:\n    def read(self):\n        return self.parse_all()\n"
+         "class Parser:\n    def parse_all(self): pass\n"
+         "class Other:\n    def parse_all(self): pass\n"
+         "class Loader(Reader, Parser):\n    pass\n"}},
+       {{"mix.Reader.read", "mix.Parser.parse_all", "call", "exact"}},
+       {{"mix.Reader.read", "mix.Other.parse_all", "call", "ambiguous"}},
+       {}},
       {"type[C] is the class itself; a function returning outside values returns them",
        {{"shapes.py", SHAPES},
         {"use.py",

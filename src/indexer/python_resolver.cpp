@@ -737,7 +737,22 @@ PythonResolver::Value PythonResolver::instance_attribute(const std::vector<std::
     // Assigned by a method: of the type its hints give, else unknown.
     return value_of_hints(file_of(cls), assigned->hints, depth);
   }
-  return found;
+  if (found.kind != Value::Kind::unknown) return found;
+  // Neither the class nor its bases have it: the instance is of a class deriving from it
+  // that gets the member elsewhere, as a mixin calls what the class combining it has. Bound
+  // when the few classes deriving from it have it in a few places.
+  const std::vector<std::int64_t> derived = subclasses_of(classes, MAX_DERIVED_LOOKED_UP);
+  if (derived.empty() || derived.size() > MAX_DERIVED_LOOKED_UP) return found;
+  Value members{Value::Kind::symbols, {}, {}};
+  for (std::int64_t cls : derived) {
+    const Value in_family = member({cls}, name, false);
+    if (in_family.kind != Value::Kind::symbols) continue;
+    members.ids.insert(members.ids.end(), in_family.ids.begin(), in_family.ids.end());
+  }
+  std::sort(members.ids.begin(), members.ids.end());
+  members.ids.erase(std::unique(members.ids.begin(), members.ids.end()), members.ids.end());
+  if (members.ids.empty() || members.ids.size() > MAX_GUESSES) return found;
+  return members;
 }
 
 PythonResolver::Value PythonResolver::attribute(const Value& value, std::string_view name,
@@ -1162,12 +1177,12 @@ bool PythonResolver::is_inside(std::int64_t inner, std::int64_t outer) const {
          inner_fqn[outer_fqn.size()] == '.' && location_of(inner).first == location_of(outer).first;
 }
 
-std::vector<std::int64_t> PythonResolver::subclasses_of(
-    const std::vector<std::int64_t>& classes) const {
+std::vector<std::int64_t> PythonResolver::subclasses_of(const std::vector<std::int64_t>& classes,
+                                                        std::size_t limit) const {
   std::vector<std::int64_t> found;
   std::unordered_set<std::int64_t> seen;
   std::vector<std::int64_t> pending(classes.begin(), classes.end());
-  while (!pending.empty()) {
+  while (!pending.empty() && found.size() <= limit) {
     const std::int64_t cls = pending.back();
     pending.pop_back();
     const auto it = derived_.find(cls);

@@ -45,6 +45,10 @@ struct FileLinks {
 // The most guessed edges one call of a method on a value of unknown type makes.
 inline constexpr std::size_t MAX_GUESSES = 5;
 
+// The most classes deriving from a class that are searched for a member the class lacks
+// (`self.parse()` in a mixin): beyond, the member is guessed at by name.
+inline constexpr std::size_t MAX_DERIVED_LOOKED_UP = 64;
+
 // The most exports of a script module that one use of the module as a value references.
 inline constexpr std::size_t MAX_EXPORTS_LISTED = 1000;
 
@@ -94,8 +98,9 @@ class PythonResolver {
 
   // The classes of the repository that derive from any of `classes`, directly or not,
   // each once, in no particular order; `classes` themselves only where one derives from
-  // another.
-  std::vector<std::int64_t> subclasses_of(const std::vector<std::int64_t>& classes) const;
+  // another. Stops soon after more than `limit` are found.
+  std::vector<std::int64_t> subclasses_of(const std::vector<std::int64_t>& classes,
+                                          std::size_t limit = SIZE_MAX) const;
 
   // The functions, classes and methods named `name`, in fqn order.
   const std::vector<std::int64_t>& callables_named(std::string_view name) const;
