@@ -285,7 +285,7 @@ void StringEvidence::visit(TSNode node, int scope, int owner) {
   } else if (type == "assignment") {
     note_assignment(node, scope);
   } else if (type == "tuple" || type == "list" || type == "dictionary" ||
-             type == "expression_list" || type == "argument_list") {
+             type == "expression_list") {
     note_registry(node, scope, owner);
   }
 }
@@ -327,6 +327,19 @@ void StringEvidence::note_call(TSNode node, int scope, int owner) {
   const TSNode function = field(node, "function");
   const TSNode arguments = field(node, "arguments");
   if (ts_node_is_null(arguments) || type_of(arguments) != "argument_list") return;
+  // The arguments, read once: a registry entry written as a call (Info("pkg.mod", "Name")),
+  // a prefix handed on, a name looked up.
+  const std::uint32_t count = ts_node_named_child_count(arguments);
+  std::vector<TSNode> listed;
+  // Without a quote among them (looked for in a short list only), no argument names code,
+  // unless a name was assigned a string before: most calls are passed over unread.
+  const std::string_view text = raw(arguments);
+  const bool plain = assigned_.empty() && text.size() <= MAX_SCANNED_ARGUMENTS &&
+                     text.find_first_of("'\"") == std::string_view::npos;
+  if (count > 0 && count <= MAX_REGISTRY_ELEMENTS && !plain) {
+    listed = children(arguments, true);
+    note_beside(listed, scope, owner);
+  }
   const std::string_view type = type_of(function);
   std::optional<Receiver> receiver;
   std::size_t key = 0;
@@ -355,10 +368,11 @@ void StringEvidence::note_call(TSNode node, int scope, int owner) {
     }
     return;
   } else {
-    note_handed(function, arguments, scope, owner, node);
+    note_handed(function, listed, scope, owner, node);
     return;
   }
-  std::vector<TSNode> positional = children(arguments, true);
+  std::vector<TSNode> positional =
+      count <= MAX_REGISTRY_ELEMENTS ? std::move(listed) : children(arguments, true);
   std::erase_if(positional, [](TSNode n) {
     const std::string_view t = type_of(n);
     return t == "keyword_argument" || t == "list_splat" || t == "dictionary_splat";
@@ -371,8 +385,8 @@ void StringEvidence::note_call(TSNode node, int scope, int owner) {
 // f(x, "_eval_" + hint), f(name=method) with method = "_eval_%s" % rule: a long prefix
 // handed to a call named like a function or method of the repository, which may look the
 // name up where the index cannot follow.
-void StringEvidence::note_handed(TSNode function, TSNode arguments, int scope, int owner,
-                                 TSNode at) {
+void StringEvidence::note_handed(TSNode function, const std::vector<TSNode>& arguments, int scope,
+                                 int owner, TSNode at) {
   const std::string_view type = type_of(function);
   TSNode name = function;
   if (type == "attribute") {
@@ -381,9 +395,17 @@ void StringEvidence::note_handed(TSNode function, TSNode arguments, int scope, i
     return;
   }
   if (ts_node_is_null(name)) return;
-  for (TSNode argument : children(arguments, true)) {
+  for (TSNode argument : arguments) {
     if (type_of(argument) == "keyword_argument") argument = field(argument, "value");
     if (ts_node_is_null(argument)) continue;
+    // Only what can make a prefix: a name assigned one, "a" + b, "a%s" % b, "a{}".format(b),
+    // an f-string; plain literals, the bulk of all arguments, are passed over unread.
+    const std::string_view type = type_of(argument);
+    if (type == "identifier" ? assigned_.empty()
+        : type == "string"   ? raw(argument).find('{') == std::string_view::npos
+                             : type != "binary_operator" && type != "call") {
+      continue;
+    }
     auto found = key_of(argument, scope);
     if (!found || found->kind != StringUse::Kind::prefix ||
         found->text.size() < MIN_REPOSITORY_PREFIX) {
@@ -434,16 +456,21 @@ void StringEvidence::note_assignment(TSNode node, int scope) {
   }
 }
 
-// ("pkg.mod", "Name"), ["pkg.mod", "Name"], {"module": "pkg.mod", "name": "Name"},
-// Info("pkg.mod", "Name", ...), Info(module="pkg.mod", name="Name"): the names beside dotted
-// paths in one small literal or one call's arguments.
+// ("pkg.mod", "Name"), ["pkg.mod", "Name"], {"module": "pkg.mod", "name": "Name"}: the names
+// beside dotted paths in one small literal (a call's arguments, Info("pkg.mod", "Name"), are
+// read with the call).
 void StringEvidence::note_registry(TSNode node, int scope, int owner) {
   if (ts_node_named_child_count(node) > MAX_REGISTRY_ELEMENTS) return;
-  const bool is_dict = type_of(node) == "dictionary";
+  note_beside(children(node, true), scope, owner);
+}
+
+// The names beside dotted paths among `elements`, the items of one literal or the
+// arguments of one call (a dictionary's values, keyword arguments' values).
+void StringEvidence::note_beside(const std::vector<TSNode>& elements, int scope, int owner) {
   std::vector<TSNode> strings;
-  for (TSNode element : children(node, true)) {
-    if (is_dict && type_of(element) == "pair") element = field(element, "value");
-    if (type_of(element) == "keyword_argument") element = field(element, "value");
+  for (TSNode element : elements) {
+    const std::string_view holder = type_of(element);
+    if (holder == "pair" || holder == "keyword_argument") element = field(element, "value");
     const std::string_view type = type_of(element);
     if (type == "string" || type == "concatenated_string") strings.push_back(element);
   }

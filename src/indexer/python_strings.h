@@ -31,6 +31,9 @@ inline constexpr std::size_t MIN_DISPATCH_PREFIX = 2;
 // or looked up where nothing starts with it (getattr(cls, "_eval_is_" + fact) in a
 // metaclass). A shorter one ("on_", "get_") is too common to say where it leads.
 inline constexpr std::size_t MIN_REPOSITORY_PREFIX = 6;
+// The longest argument list (in bytes) whose text is looked at for a quote before its
+// arguments are read one by one.
+inline constexpr std::size_t MAX_SCANNED_ARGUMENTS = 4096;
 
 // Whether `text` is a dotted path that may name a definition: identifiers joined by ".",
 // at most one ":" between a module and a path inside it ("pkg.mod:Class.method"), and at
@@ -86,7 +89,9 @@ class StringEvidence {
   void note_subscript(TSNode node, int scope, int owner);
   void note_assignment(TSNode node, int scope);
   void note_registry(TSNode node, int scope, int owner);
-  void note_handed(TSNode function, TSNode arguments, int scope, int owner, TSNode at);
+  void note_beside(const std::vector<TSNode>& elements, int scope, int owner);
+  void note_handed(TSNode function, const std::vector<TSNode>& arguments, int scope, int owner,
+                   TSNode at);
   void note_every(const Receiver& receiver, int scope, int owner, TSNode at);
   void note_lookup(const Receiver& receiver, TSNode key, int scope, int owner, TSNode at);
 
