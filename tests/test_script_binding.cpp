@@ -21,9 +21,10 @@ namespace {
 using indexer::ScriptModules;
 
 TEST(ScriptModules, SpecifiersResolveAsNodeAndTypeScriptInferThem) {
-  const ScriptModules modules({"src/a.ts", "src/b.js", "src/b.ts", "src/c/index.tsx", "src/d.js",
-                               "src/e.d.ts", "lib/f.mts", "top.js"},
-                              {});
+  const ScriptModules modules(
+      {"src/a.ts", "src/b.js", "src/b.ts", "src/c/index.tsx", "src/d.js", "src/e.d.ts", "lib/f.mts",
+       "top.js", "lib/g.js", "lib/g.d.ts", "lib/h.d.ts"},
+      {});
   const struct {
     std::string importer;
     std::string specifier;
@@ -36,6 +37,8 @@ TEST(ScriptModules, SpecifiersResolveAsNodeAndTypeScriptInferThem) {
       {"src/x.ts", "./c", "src/c/index.tsx"},          // a directory's index
       {"src/x.ts", "./d.js", "src/d.js"},              // no source: the file itself
       {"src/x.ts", "./e", "src/e.d.ts"},               // declarations last
+      {"src/x.ts", "../lib/g.js", "lib/g.js"},         // the file a declaration describes
+      {"src/x.ts", "../lib/h.js", "lib/h.d.ts"},       // only the declaration is there
       {"src/x/y.ts", "../../lib/f.mjs", "lib/f.mts"},  // climbing, .mjs for .mts
       {"src/x.ts", "../top", "top.js"},
       {"src/x.ts", "../../outside", std::nullopt},  // above the root
@@ -209,7 +212,11 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
          "const Runner = require('./runner');\n"
          "new Runner().run(slugify(path.join('a')), store.load());\n"
          "const Legacy = require('./legacy');\nLegacy.create().start();\n"
-         "require('./text').slugify('b');\nrequire('./single')();\n"},
+         "require('./text').slugify('b');\nrequire('./single')();\nrequire('./env');\n"},
+        {"lib/env.js",
+         "exports.init = init;\nfunction init() {}\nfunction spare() {}\n"
+         "module.exports = require('./setup')(exports);\n"},
+        {"lib/setup.js", "module.exports = (env) => env;\n"},
         {"lib/single.js",
          "function countdown(n) { return n > 0 ? countdown(n - 1) : 0; }\n"
          "module.exports = function single() { return 1; };\n"},
@@ -237,7 +244,9 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"lib/text.unused", "certain"},
         {"lib/runner.Runner.idle", "certain"},
         {"lib/runner.Runner.step", ""},
-        {"lib/single.countdown", "certain"}}},  // only calls itself
+        {"lib/single.countdown", "certain"},  // only calls itself
+        {"lib/env.init", ""},                 // the exports object is handed to setup
+        {"lib/env.spare", "certain"}}},
       {"TypeScript: receivers typed by annotations, parameter properties, new and return types",
        {{"src/repo.ts",
          "export interface Store { get(id: string): Item; flush(): void; }\n"

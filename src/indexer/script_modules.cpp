@@ -32,7 +32,7 @@ constexpr std::array<std::string_view, 11> COMPLETIONS{
     ".ts", ".tsx", ".mts", ".cts", ".js", ".jsx", ".mjs", ".cjs", ".d.ts", ".d.mts", ".d.cts"};
 
 // A specifier written with a JavaScript extension names the TypeScript source it is built
-// from when there is one: "./x.js" for x.ts.
+// from when there is one: "./x.js" for x.ts, or for x.d.ts when x.js is not there.
 constexpr std::array<std::pair<std::string_view, std::array<std::string_view, 3>>, 4> SOURCES_OF{{
     {".js", {".ts", ".tsx", ".d.ts"}},
     {".jsx", {".tsx", "", ""}},
@@ -123,7 +123,9 @@ std::optional<std::string> ScriptModules::resolve_path(std::string_view path) co
     if (!base.ends_with(written)) continue;
     const std::string stem = base.substr(0, base.size() - written.size());
     for (std::string_view source : sources) {
-      if (!source.empty() && known(stem + std::string(source))) return stem + std::string(source);
+      // A declaration describes the file it names: that file itself, when it is there.
+      if (source.empty() || (source.starts_with(".d.") && known(base))) continue;
+      if (known(stem + std::string(source))) return stem + std::string(source);
     }
   }
   if (!base.empty() && known(base)) return base;

@@ -406,6 +406,12 @@ class ScriptBuilder : private SyntaxWalker {
       use_chain(frame, frame.node, UseKind::call);
     } else if (type == "member_expression") {
       use_chain(frame, frame.node, frame.type_mode ? UseKind::type : UseKind::reference);
+    } else if (type == "identifier" && raw_text(frame.node) == EXPORTS_OBJECT && !frame.type_mode &&
+               !bound_anywhere(frame.scope, EXPORTS_OBJECT)) {
+      // The module's own exports object handed on (`setup(exports)`): each of its exports
+      // may be used from there.
+      import_use(frame, imported(Binding::Kind::module, m_.module), line_of(frame.node),
+                 UseKind::reference);
     } else if (type == "identifier" || type == "shorthand_property_identifier") {
       use(frame.type_mode ? UseKind::type : UseKind::reference, frame.scope, frame.owner,
           {text(frame.node)}, line_of(frame.node));
@@ -1236,6 +1242,14 @@ class ScriptBuilder : private SyntaxWalker {
     define_function({frame.node, definition(owner).body_scope, owner, false}, chain.back(), value,
                     frame.node);
     return true;
+  }
+
+  // Whether `name` is bound in `in_scope` or a scope around it (a parameter named exports).
+  bool bound_anywhere(int in_scope, std::string_view name) {
+    for (int s = in_scope; s >= 0; s = scope(s).parent) {
+      if (bindings(s).contains(name)) return true;
+    }
+    return false;
   }
 
   // The class whose method `in_scope` is, or is nested in (an arrow function in a method).
