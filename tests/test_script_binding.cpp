@@ -217,6 +217,11 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
          "exports.init = init;\nfunction init() {}\nfunction spare() {}\n"
          "module.exports = require('./setup')(exports);\n"},
         {"lib/setup.js", "module.exports = (env) => env;\n"},
+        {"lib/lazy.js",
+         "const memo = (f) => f;\nmodule.exports = memo(() => require('./cached'));\n"
+         "require('./effects');\n"},
+        {"lib/cached.js", "module.exports = class Cached {};\n"},
+        {"lib/effects.js", "module.exports = function sideEffect() {};\n"},
         {"lib/single.js",
          "function countdown(n) { return n > 0 ? countdown(n - 1) : 0; }\n"
          "module.exports = function single() { return 1; };\n"},
@@ -246,7 +251,9 @@ TEST(ScriptBinding, ModuleSystemsBindAcrossFiles) {
         {"lib/runner.Runner.step", ""},
         {"lib/single.countdown", "certain"},  // only calls itself
         {"lib/env.init", ""},                 // the exports object is handed to setup
-        {"lib/env.spare", "certain"}}},
+        {"lib/env.spare", "certain"},
+        {"lib/cached.Cached", ""},                // what a require gives, returned
+        {"lib/effects.sideEffect", "certain"}}},  // required for its effects alone
       {"TypeScript: receivers typed by annotations, parameter properties, new and return types",
        {{"src/repo.ts",
          "export interface Store { get(id: string): Item; flush(): void; }\n"

@@ -364,7 +364,11 @@ class ScriptBuilder : private SyntaxWalker {
 
   void visit(const Frame& frame) {
     const std::string_view type = type_of(frame.node);
-    if (type == "import_statement") {
+    if (type == "expression_statement") {
+      // Its expression is visited next: a require there is for its effects alone.
+      statement_expression_ = ts_node_named_child(frame.node, 0);
+      push_children(frame);
+    } else if (type == "import_statement") {
       visit_import(frame);
     } else if (type == "export_statement") {
       visit_export(frame);
@@ -1019,8 +1023,10 @@ class ScriptBuilder : private SyntaxWalker {
             imported(Binding::Kind::module, modules_.module_for(m_.path, string_value(first)));
         import_use(frame, module, line_of(frame.node));
         // What `import("./m")` loads is used where the index cannot follow the promise
-        // (`.then((m) => m.f())`, `lazy(() => import("./Page"))`): any of its exports.
-        if (callee_type == "import")
+        // (`.then((m) => m.f())`, `lazy(() => import("./Page"))`): any of its exports. So is
+        // what a `require("./m")` gives that is returned or handed on (`memo(() =>
+        // require("./m"))`), unless the require is a statement of its own.
+        if (callee_type == "import" || !ts_node_eq(frame.node, statement_expression_))
           import_use(frame, module, line_of(frame.node), UseKind::reference);
         return;
       }
@@ -1473,6 +1479,8 @@ class ScriptBuilder : private SyntaxWalker {
   ModelStore& store_;
   const ScriptModules& modules_;
   std::vector<std::string> exports_;
+  // The expression of the expression statement visited last, which is visited next.
+  TSNode statement_expression_{};
   TSNode export_statement_{};  // the export statement whose declaration is being visited
   std::vector<std::pair<std::int64_t, std::int64_t>> ambient_;  // lines of `declare` blocks
   std::vector<int> objects_;  // the module's object literals with members (define_object)
