@@ -100,14 +100,15 @@ TEST(PythonBinding, ReceiverTypesBindMethodCallsExactly) {
         {"use.given", "shapes.Config.run", "call", "exact"}},
        {{"use.given", "shapes.Parser.run", "call", "exact"}},
        {}},
-      {"a member the class lacks is looked up in the few classes deriving from it (mixins)",
+      {"a member the class lacks is guessed at in the few classes deriving from it (mixins)",
        {{"mix.py",
          "class Reader:\n    def read(self):\n        return self.parse_all()\n"
          "class Parser:\n    def parse_all(self): pass\n"
          "class Other:\n    def parse_all(self): pass\n"
          "class Loader(Reader, Parser):\n    pass\n"}},
-       {{"mix.Reader.read", "mix.Parser.parse_all", "call", "exact"}},
-       {{"mix.Reader.read", "mix.Other.parse_all", "call", "ambiguous"}},
+       {{"mix.Reader.read", "mix.Parser.parse_all", "call", "ambiguous"}},
+       {{"mix.Reader.read", "mix.Other.parse_all", "call", "ambiguous"},
+        {"mix.Reader.read", "mix.Parser.parse_all", "call", "exact"}},
        {}},
       {"type[C] is the class itself; a function returning outside values returns them",
        {{"shapes.py", SHAPES},
@@ -276,6 +277,23 @@ TEST(PythonBinding, GuessesModulesAndVerdicts) {
        {},
        {{"kinds.Color", ""}, {"kinds.Limits", ""}, {"kinds.Alone", "certain"}},
        {{"kinds.Alone.size", "kinds.Alone"}}},
+      {"__subclasses__() and __init_subclass__ may use every class deriving from the class",
+       {{"plug.py",
+         "class Plugin:\n    @classmethod\n    def load(cls):\n"
+         "        return [c() for c in cls.__subclasses__()]\n"
+         "class A(Plugin): pass\nclass B(A): pass\nclass Lone: pass\n"
+         "def names():\n    return Plugin.__subclasses__()\n"
+         "class Registry:\n    def __init_subclass__(cls, **kw): pass\n"
+         "class Handler(Registry): pass\n"}},
+       {{"plug.Plugin.load", "plug.A", "reference", "ambiguous"},
+        {"plug.Plugin.load", "plug.B", "reference", "ambiguous"},
+        {"plug.names", "plug.A", "reference", "ambiguous"},
+        {"plug.Registry.__init_subclass__", "plug.Handler", "reference", "ambiguous"}},
+       {},
+       {{"plug.A", ""},  // B derives from it
+        {"plug.B", "likely"},
+        {"plug.Lone", "certain"},
+        {"plug.Handler", "likely"}}},
       {"a call of itself is no use: what only its own recursion calls is dead",
        {{"walk.py",
          "def countdown(n):\n    return countdown(n - 1) if n else 0\n"

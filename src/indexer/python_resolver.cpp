@@ -195,6 +195,11 @@ thread_local std::size_t inference_steps = 0;
 // How many re-exports and star imports one name is followed through at most.
 constexpr std::size_t MAX_IMPORT_HOPS = 32;
 
+// The method of every Python class that lists the classes deriving from it directly.
+constexpr std::string_view SUBCLASSES_METHOD = "__subclasses__";
+// The method of a Python class that runs whenever a class deriving from it is defined.
+constexpr std::string_view INIT_SUBCLASS_METHOD = "__init_subclass__";
+
 std::string_view edge_kind_of(UseKind kind) {
   switch (kind) {
     case UseKind::call:
@@ -246,6 +251,9 @@ struct PythonResolver::Value {
   // The module, for a module; for symbols, a module whose exports their attributes are
   // first (a script module's value and the properties set on it), if any.
   std::string module;
+  // For symbols: found only in classes deriving from the value's own (a member a subclass
+  // or a mixin beside it has), so a guess between them.
+  bool guessed = false;
 };
 
 std::vector<std::int64_t> first_symbol_ids(const std::vector<FileModel>& files,
@@ -739,8 +747,10 @@ PythonResolver::Value PythonResolver::instance_attribute(const std::vector<std::
   }
   if (found.kind != Value::Kind::unknown) return found;
   // Neither the class nor its bases have it: the instance is of a class deriving from it
-  // that gets the member elsewhere, as a mixin calls what the class combining it has. Bound
-  // when the few classes deriving from it have it in a few places.
+  // that gets the member elsewhere, as a mixin calls what the class combining it has, or a
+  // base a hook its subclasses define. A guess at those few places, when the few classes
+  // deriving from it have it in no more (never a binding on evidence: the base's file does
+  // not depend on its subclasses').
   const std::vector<std::int64_t> derived = subclasses_of(classes, MAX_DERIVED_LOOKED_UP);
   if (derived.empty() || derived.size() > MAX_DERIVED_LOOKED_UP) return found;
   Value members{Value::Kind::symbols, {}, {}};
@@ -752,6 +762,7 @@ PythonResolver::Value PythonResolver::instance_attribute(const std::vector<std::
   std::sort(members.ids.begin(), members.ids.end());
   members.ids.erase(std::unique(members.ids.begin(), members.ids.end()), members.ids.end());
   if (members.ids.empty() || members.ids.size() > MAX_GUESSES) return found;
+  members.guessed = true;
   return members;
 }
 
@@ -912,6 +923,7 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
   const FileModel& model = files_[file];
   const bool script = script_dialect_of(model.path).has_value();
   overridden_outside(file, links);
+  registered_by_bases(file, links);
   HandedOver handed;
   for (const Use& use : model.uses) {
     const std::int64_t source = symbol_id(file, use.source);
@@ -940,6 +952,24 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       if (id == source || is_inside(source, id)) continue;
       links.edges.push_back({source, id, edge_kind_of(UseKind::reference), how, use.line});
     }
+    // `Plugin.__subclasses__()`, `cls.__subclasses__()` hand out every class deriving from
+    // the class (a registry by subclassing): a guess at each of them.
+    if (use.kind == UseKind::call && use.chain.size() >= 2 &&
+        use.chain.back() == SUBCLASSES_METHOD) {
+      std::string_view ignored;
+      const Value owner =
+          resolve_chain(file, use.scope, use.chain.first(use.chain.size() - 1), ignored);
+      std::vector<std::int64_t> classes;
+      for (std::int64_t id :
+           owner.kind == Value::Kind::symbols || owner.kind == Value::Kind::instance
+               ? owner.ids
+               : std::vector<std::int64_t>{}) {
+        if (definition(id).kind == symbol_kind::CLASS) classes.push_back(id);
+      }
+      for (std::int64_t id : subclasses_of(classes))
+        links.edges.push_back(
+            {source, id, edge_kind_of(UseKind::reference), resolution::AMBIGUOUS, use.line});
+    }
     const std::size_t edges_before = links.edges.size();
     bool called_itself = false;
     switch (value.kind) {
@@ -955,7 +985,8 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
             called_itself = true;
             continue;
           }
-          links.edges.push_back({source, id, kind, resolution, use.line});
+          links.edges.push_back(
+              {source, id, kind, value.guessed ? resolution::AMBIGUOUS : resolution, use.line});
         }
         break;
       case Value::Kind::unknown: {
@@ -996,8 +1027,10 @@ FileLinks PythonResolver::resolve(std::size_t file) const {
       handed_outside(file, use, links, handed);
     }
     if (use.kind == UseKind::call && callables_by_name_.contains(use.chain.back())) {
-      if (value.kind == Value::Kind::symbols && made_edges) {
+      if (value.kind == Value::Kind::symbols && made_edges && !value.guessed) {
         ++links.calls.in_repository;
+      } else if (value.kind == Value::Kind::symbols && made_edges) {
+        ++links.calls.guessed;
       } else if (value.kind == Value::Kind::unknown && made_edges) {
         ++links.calls.guessed;
       } else if (value.kind == Value::Kind::external || value.kind == Value::Kind::instance ||
@@ -1168,6 +1201,23 @@ std::vector<std::int64_t> PythonResolver::hierarchy_of(
     if (std::find(order.begin(), order.end(), id) == order.end()) order.push_back(id);
   }
   return order;
+}
+
+void PythonResolver::registered_by_bases(std::size_t file, FileLinks& links) const {
+  const auto& definitions = files_[file].definitions;
+  for (std::size_t d = 0; d < definitions.size(); ++d) {
+    if (definitions[d].kind != symbol_kind::CLASS) continue;
+    const std::int64_t cls = symbol_id(file, static_cast<int>(d));
+    const auto bases = bases_.find(cls);
+    if (bases == bases_.end()) continue;
+    const Value hook = member(bases->second, INIT_SUBCLASS_METHOD, false);
+    if (hook.kind != Value::Kind::symbols) continue;
+    for (std::int64_t id : hook.ids) {
+      if (definition(id).kind == symbol_kind::METHOD)
+        links.edges.push_back({id, cls, edge_kind_of(UseKind::reference), resolution::AMBIGUOUS,
+                               definitions[d].start_line});
+    }
+  }
 }
 
 bool PythonResolver::is_inside(std::int64_t inner, std::int64_t outer) const {

@@ -117,6 +117,10 @@ class PythonResolver {
   struct Value;
   // A class of the repository that a chain reads an attribute of (`Color.RED`,
   // `Limits.helper()`), and how the chain's head was bound.
+  // The classes of `file` that derive from a class whose __init_subclass__ the repository
+  // defines may be used by that method (a registry by subclassing): a guessed edge from it
+  // to each (guessed, so that the base's file never depends on its subclasses').
+  void registered_by_bases(std::size_t file, FileLinks& links) const;
   // Whether definition `inner` lies in the body of definition `outer` (same file, and its
   // qualified name continues `outer`'s).
   bool is_inside(std::int64_t inner, std::int64_t outer) const;
