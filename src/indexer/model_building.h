@@ -2,14 +2,45 @@
 // they begin with, the bindings they keep, the room they give back.
 #pragma once
 
+#include <tree_sitter/api.h>
+
+#include <algorithm>
+#include <cstddef>
 #include <span>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "indexer/model_store.h"
 #include "indexer/python_model.h"
 
 namespace quarry::indexer {
+
+// An expression of attributes and calls read from its outer end down to where it starts,
+// as both readers walk one: a long chain is walked once, not once per link.
+struct ChainWalk {
+  std::vector<std::string> names;  // in source order once finish() has run
+  // The calls inside the chain: the length of the chain each calls, and its node.
+  std::vector<std::pair<std::size_t, TSNode>> calls;
+  TSNode base{};  // what a chain that starts from no name starts from
+  bool has_base = false;
+
+  // A call met on the way down (the outermost first): its result is the next name.
+  void met_call(TSNode call) {
+    met_.emplace_back(names.size(), call);
+    names.emplace_back(CALL_RESULT);
+  }
+  // Once the start is reached: the names in source order, and the calls with their lengths.
+  void finish() {
+    std::reverse(names.begin(), names.end());
+    for (const auto& [at, call] : met_)
+      calls.emplace_back(names.size() - 1 - at, call);
+  }
+
+ private:
+  std::vector<std::pair<std::size_t, TSNode>> met_;
+};
 
 // Adds to `model` (with its `module` set, and nothing else yet) the definitions of its
 // module, named `name`, and of its top-level code, and its module scope, stored in `store`.

@@ -218,20 +218,8 @@ class ModelBuilder : private SyntaxWalker {
   // An expression of attributes and calls read down to where it starts: `a.b().c` is the
   // chain {a, b, "()", c}. A chain that does not start from a name starts from
   // UNKNOWN_VALUE, and `base` is the expression it starts from (`xs[0]` in `xs[0].m()`).
-  struct ChainWalk {
-    std::vector<std::string> names;
-    // The calls inside the chain: the length of the chain each calls, and its node.
-    std::vector<std::pair<std::size_t, TSNode>> calls;
-    TSNode base{};
-    bool has_base = false;
-  };
-
-  // Reads the chain of `node` in one pass down its attributes and calls: a long chain is
-  // walked once, not once per link.
   ChainWalk walk_chain(TSNode node) const {
     ChainWalk walk;
-    std::vector<TSNode> calls;  // in the order met, outermost first
-    std::vector<std::size_t> call_at;
     while (true) {
       const std::string_view type = ts_node_is_null(node) ? std::string_view() : type_of(node);
       if (type == "attribute") {
@@ -244,9 +232,7 @@ class ModelBuilder : private SyntaxWalker {
           walk.names.emplace_back();
           break;
         }
-        call_at.push_back(walk.names.size());
-        calls.push_back(node);
-        walk.names.emplace_back(CALL_RESULT);
+        walk.met_call(node);
         node = function;
       } else if (type == "identifier") {
         walk.names.push_back(text(node));
@@ -258,10 +244,7 @@ class ModelBuilder : private SyntaxWalker {
         break;
       }
     }
-    std::reverse(walk.names.begin(), walk.names.end());
-    const std::size_t size = walk.names.size();
-    for (std::size_t i = 0; i < calls.size(); ++i)
-      walk.calls.emplace_back(size - 1 - call_at[i], calls[i]);
+    walk.finish();
     return walk;
   }
 

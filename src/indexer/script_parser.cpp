@@ -249,20 +249,11 @@ class ScriptBuilder : private SyntaxWalker {
     return names;
   }
 
-  struct ChainWalk {
-    std::vector<std::string> names;
-    std::vector<std::pair<std::size_t, TSNode>> calls;  // the chain each call calls, and it
-    TSNode base{};
-    bool has_base = false;
-  };
-
   // An expression of members, calls and `new` read down to where it starts: `a.b().c` is
   // {a, b, "()", c}, `new C().m` is {C, "()", m}, `super.m` is {"", m}. A chain that does
   // not start from a name starts from UNKNOWN_VALUE, and `base` is what it starts from.
   ChainWalk walk_chain(TSNode node) {
     ChainWalk walk;
-    std::vector<TSNode> calls;
-    std::vector<std::size_t> call_at;
     while (true) {
       const std::string_view type = ts_node_is_null(node) ? std::string_view() : type_of(node);
       if (type == "member_expression") {
@@ -289,9 +280,7 @@ class ScriptBuilder : private SyntaxWalker {
           walk.names.push_back(required_name(*what, line_of(node)));
           break;
         }
-        call_at.push_back(walk.names.size());
-        calls.push_back(node);
-        walk.names.emplace_back(CALL_RESULT);
+        walk.met_call(node);
         node = callee;
       } else if (type == "non_null_expression" || type == "parenthesized_expression") {
         const TSNode inner = ts_node_named_child(node, 0);
@@ -316,10 +305,7 @@ class ScriptBuilder : private SyntaxWalker {
         break;
       }
     }
-    std::reverse(walk.names.begin(), walk.names.end());
-    const std::size_t size = walk.names.size();
-    for (std::size_t i = 0; i < calls.size(); ++i)
-      walk.calls.emplace_back(size - 1 - call_at[i], calls[i]);
+    walk.finish();
     return walk;
   }
 
